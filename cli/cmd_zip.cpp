@@ -1,0 +1,83 @@
+// vantorix zip FILE... / vantorix unzip ARCHIVE [DIR]: the ".Z" archives that
+// the readers unpack on the fly.
+#include <filesystem>
+#include <iostream>
+
+#include "commands.hpp"
+#include "platform/zip.hpp"
+
+namespace vx::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ZipOptions {
+    std::vector<std::string> files;
+    bool keep = false;
+};
+
+struct UnzipOptions {
+    std::string archive;
+    std::string dir;
+};
+
+int run_zip(Context& ctx, const ZipOptions& o) {
+    for (const auto& file : o.files) {
+        std::error_code ec;
+        if (!fs::is_regular_file(file, ec)) {
+            ctx.ui.MessagePopup("Error", "Cannot zip file!");
+            std::cerr << "  (" << file << " is not a readable file)\n";
+            return 1;
+        }
+        fs::path folder = fs::path(file).parent_path();
+        if (folder.empty()) folder = ".";
+        if (zip1(file, folder.string()) != 0) {
+            ctx.ui.MessagePopup("Error", "Cannot zip file!");
+            return 1;
+        }
+        // The source goes only after its archive was written.
+        if (!o.keep) fs::remove(file, ec);
+        std::cout << file << ".Z\n";
+    }
+    ctx.ui.MessagePopup("Complete", "File Compressed.");
+    return 0;
+}
+
+int run_unzip(Context& ctx, const UnzipOptions& o) {
+    std::string name = fs::path(o.archive).filename().string();
+    if (name.size() > 2 && name[name.size() - 2] == '.' && (name.back() == 'Z' || name.back() == 'z'))
+        name.resize(name.size() - 2);
+    else
+        name += ".out";
+    const std::string dir = o.dir.empty() ? (fs::path(o.archive).parent_path().empty()
+                                                 ? std::string(".")
+                                                 : fs::path(o.archive).parent_path().string())
+                                          : o.dir;
+    const int rc = unzip1(o.archive, dir, name);
+    if (rc != 0) {
+        ctx.ui.MessagePopup("Error", "Cannot unzip file!");
+        std::cerr << "  (unzip result " << rc << ")\n";
+        return 1;
+    }
+    std::cout << (fs::path(dir) / name).string() << '\n';
+    return 0;
+}
+
+CommandRegistration reg_zip([](CLI::App& app, Context& ctx) {
+    auto o = std::make_shared<ZipOptions>();
+    auto* sub = app.add_subcommand("zip", "Pack each file into FILE.Z beside it (the source is removed)");
+    sub->add_option("files", o->files, "Files to pack")->required();
+    sub->add_flag("--keep", o->keep, "Keep the source files");
+    sub->callback([&ctx, o] { ctx.exit_code = run_zip(ctx, *o); });
+});
+
+CommandRegistration reg_unzip([](CLI::App& app, Context& ctx) {
+    auto o = std::make_shared<UnzipOptions>();
+    auto* sub = app.add_subcommand("unzip", "Unpack the file held in a .Z archive");
+    sub->add_option("archive", o->archive, "The .Z archive")->required();
+    sub->add_option("dir", o->dir, "Folder to unpack into (default: beside the archive)");
+    sub->callback([&ctx, o] { ctx.exit_code = run_unzip(ctx, *o); });
+});
+
+}  // namespace
+}  // namespace vx::cli

@@ -1,0 +1,46 @@
+// Reader of the Tulva data file family (.dat, .new, .swf, and .Z archives of them).
+//
+// A file is a text header of "key: value" lines, a marker line "Data:" and one
+// binary block of little-endian samples. Four header generations exist; each has
+// its own table of keys, matched by substring search on each line.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "workspace/workspace.hpp"
+
+namespace vx {
+
+class Ui;
+
+// Opens path into the record of the slot ws.active_panel (the caller reserved it;
+// with no active slot the reader works on a scratch slot 0 record only if that
+// slot is free). SED channels go to further slots. Returns 0 or -1 after it has
+// shown its own message.
+int Get_Tulva_Data(Workspace& ws, const std::string& path, Spectrum& spectrum, Ui& ui);
+
+// The explicit SED open path ("Dual Vantorix File..."): the second channel of a
+// two-channel file into spectrum.
+int Get_Tulva_Data_SED(Workspace& ws, const std::string& path, Spectrum& spectrum, Ui& ui);
+// The third channel ("Triple Vantorix File...").
+int Get_Tulva_Data_SED2(Workspace& ws, const std::string& path, Spectrum& spectrum, Ui& ui);
+
+// The opening road's reader for Tulva files: Get_Tulva_Data into the slot's record.
+int read_tulva_into_slot(Workspace& ws, const std::string& path, int slot, Ui& ui);
+
+// A line reader over an open binary file, as the run-time's ReadLine: reads up
+// to LF, keeps at most 255 characters (the rest of the line is passed over),
+// drops a CR before the LF. Returns the kept length, or -1 at the end of the file.
+int read_header_line(std::FILE* f, std::string& line);
+
+// Reads lines until one is not empty; returns its length or a negative value at
+// the end of the file. skipped (when given) receives the number of empty lines.
+int Get_Next_Line(std::FILE* f, std::string& line);
+int Get_Next_LineExt(std::FILE* f, std::string& line, int& skipped);
+
+// Largest sample count a header may ask for; a larger one is refused with a
+// message instead of an allocation that cannot be backed by any real file.
+inline constexpr long long MAX_DATACOUNT = 1LL << 28;
+
+}  // namespace vx
