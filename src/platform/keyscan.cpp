@@ -48,10 +48,12 @@ std::optional<std::int64_t> try_scan_int(std::string_view text) {
         ++i;
     }
     if (i >= text.size() || !std::isdigit(static_cast<unsigned char>(text[i]))) return std::nullopt;
+    // Digits beyond the range saturate rather than wrap.
+    constexpr std::int64_t max = std::numeric_limits<std::int64_t>::max();
     std::int64_t v = 0;
-    const std::int64_t cap = std::numeric_limits<std::int64_t>::max() / 10 - 10;
     for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])); ++i) {
-        if (v < cap) v = v * 10 + (text[i] - '0');
+        const int d = text[i] - '0';
+        v = (v > (max - d) / 10) ? max : v * 10 + d;
     }
     return neg ? -v : v;
 }
