@@ -572,3 +572,37 @@ TEST(TulvaReader, CommandLineInfo) {
 
 }  // namespace
 }  // namespace vx
+
+namespace vx {
+namespace {
+
+TEST(TulvaReaderSed, ExplicitChannelOpenReadsBehindItsOwnMarker) {
+    test::TempDir dir;
+    const std::string p = dir.file("two.dat");
+    // The explicit open path reads the block behind "SED:" and has its own,
+    // smaller table of keys: no frequency range, no walking table.
+    std::string text = "Vantorix Data File v4.00\nData Points: 2\nlowfreq: 5000\ndbandwidth: 2000000 RelativeX: 7\n"
+                       "Walking Calibration Regions = 1\nData:\n";
+    text += test::int16_bytes({1, 2}) + "\nSED:\n" + test::int16_bytes({8, 9});
+    test::write_file(p, text);
+    Workspace ws;
+    RecordingUi ui;
+    Spectrum s;
+    ASSERT_EQ(Get_Tulva_Data_SED(ws, p, s, ui), 0);
+    EXPECT_EQ(s.data, (std::vector<float>{8.f, 9.f}));
+    EXPECT_EQ(s.lowfreq, -1.0);
+    EXPECT_EQ(s.dbandwidth, 2000000.0);
+    EXPECT_EQ(s.relativex, 7.0);  // tested on the same line, no early exit
+    EXPECT_EQ(s.walkingregions, 0);
+    EXPECT_EQ(s.storageinfo, 0);
+
+    // A file without the marker is refused with the reader's message.
+    const std::string q = dir.file("one.dat");
+    test::write_file(q, test::tulva_text({"Vantorix Data File v4.00", "Data Points: 2"}, test::int16_bytes({1, 2})));
+    Spectrum t;
+    EXPECT_EQ(Get_Tulva_Data_SED(ws, q, t, ui), -1);
+    EXPECT_EQ(ui.messages.back().text, "No Data Marker Found");
+}
+
+}  // namespace
+}  // namespace vx
