@@ -458,11 +458,15 @@ int Process_Data(Spectrum& s, const Settings& o, Ui& ui) {
         Balance_Channels(s, ui);
     }
 
-    // With a zero-fill to follow, a symmetric window is applied while the
-    // samples are copied into the longer array: the same values, one pass fewer.
-    const bool fused = symmetric_window && o.zerofills > 0;
+    // When the samples have to move anyway — into the longer array of a
+    // zero-fill, or into an array with room for the in-place transform — a
+    // symmetric window is applied while they are copied: the same values, one
+    // pass over the data fewer.
+    const bool needs_room = o.zerofills > 0 || ((o.transform == TRANSFORM_FFT_MAGNITUDE || o.transform == TRANSFORM_FFT_ONLY) &&
+                                                s.data.capacity() < s.data.size() + 2);
+    const bool fused = symmetric_window && needs_room;
     if (fused) {
-        const long long total = zerofilled_count(s, o.zerofills, ui);
+        const long long total = zerofilled_count(s, std::max(o.zerofills, 0), ui);
         if (total < 0) {
             // Left as the unfused steps leave it: windowed, not zero-filled.
             if (o.apodization == APOD_HAMMING) WinHamming(s.data.data(), n, offset);

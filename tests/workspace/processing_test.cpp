@@ -210,6 +210,13 @@ TEST(ProcessData, WindowFoldedIntoTheZerofillGivesTheSameSamples) {
             Spectrum b = a;
             RecordingUi ui;
             ASSERT_EQ(Process_Data(a, options(0, apod, 2, TRANSFORM_NONE), ui), 0);
+            // Without a zero-fill the window is folded into the copy that makes
+            // room for the transform: the spectrum must not change by it.
+            Spectrum c = b, d = b;
+            ASSERT_EQ(Process_Data(c, options(0, apod, 0, TRANSFORM_FFT_MAGNITUDE), ui), 0);
+            d.data.reserve(d.data.size() + 2);  // room already there: the window runs in place
+            ASSERT_EQ(Process_Data(d, options(0, apod, 0, TRANSFORM_FFT_MAGNITUDE), ui), 0);
+            EXPECT_EQ(c.data, d.data);
             Baseline_Correct(b);
             const std::size_t n = stored ? stored : 4096;
             if (apod == APOD_HAMMING) WinHamming(b.data.data(), n);
