@@ -220,6 +220,10 @@ std::string batch_peak_list_text(const Spectrum& s, const BatchPeakListOptions& 
     return batch_text(s, o.noise_threshold, o.peak_threshold, o.low_mass, o.high_mass, o, false);
 }
 
+int write_batch_peak_list(const std::string& path, const Spectrum& s, const BatchPeakListOptions& o, Ui& ui) {
+    return write_text_file(path, batch_peak_list_text(s, o), ui);
+}
+
 int SavePeakList(const Spectrum& s, const std::string& basepath, double noise, int scanindex, int precision,
                  int withsn, double threshold, Ui& ui) {
     BatchPeakListOptions o = options_of(s, noise, threshold, precision);
