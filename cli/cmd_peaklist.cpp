@@ -42,7 +42,7 @@ int run_peaklist(Context& ctx, const PeaklistOptions& o) {
         return 0;
     }
     std::cout << fmt::format("{}: {} peaks, limits {:.2f} to {:.2f} m/z\n", s.filename, s.peakcount, low, high);
-    std::cout << fmt::format("{:>14} {:>14} {:>14} {:>12} {:>16}\n", "m/z", "height", "abundance", "RP", "frequency");
+    std::cout << fmt::format("{:>14} {:>14} {:>14} {:>12} {:>16}\n", "m/z", "Peak Height", "Abundance", "RP", "Frequency");
     for (const Peak& p : s.peaks)
         std::cout << fmt::format("{:14.5f} {:14.4f} {:14.4f} {:12.0f} {:16.6f}\n", p.index, p.abundance,
                                  p.relabundance, p.resolvingpower, p.frequency);

@@ -176,9 +176,15 @@ BatchPeakListOptions options_of(const Spectrum& s, double noise, double threshol
     return o;
 }
 
-// The number the run-time's scanner finds from a column on (0 past the end).
+// The number of the field at a column: a column inside a number reads that
+// whole number, a column in the blanks before one reads the next; 0 past the
+// end. The rows' fields are right-aligned with variable widths, so a fixed
+// column often lands inside a value.
 double real_at(const std::string& line, std::size_t column) {
-    return column < line.size() ? scan_real(std::string_view(line).substr(column)) : 0.0;
+    if (column >= line.size()) return 0.0;
+    auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
+    while (column > 0 && !is_blank(line[column]) && !is_blank(line[column - 1])) --column;
+    return scan_real(std::string_view(line).substr(column));
 }
 
 bool read_line(std::FILE* f, std::string& line) {
