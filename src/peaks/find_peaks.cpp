@@ -402,7 +402,8 @@ int FindPeaksProfile(Spectrum& s, const Settings& st, double ymax, PeakTable& ta
         if (i <= 0) return 0.0;
         if (i >= n) return static_cast<double>(n - 1);
         const double dx = x[i] - x[i - 1];
-        return dx > 0.0 ? (i - 1) + (mz - x[i - 1]) / dx : static_cast<double>(i);
+        const double pos = dx > 0.0 ? (i - 1) + (mz - x[i - 1]) / dx : static_cast<double>(i);
+        return std::isfinite(pos) ? pos : 0.0;
     };
     double low = st.low_mass, high = st.high_mass;
     if (low > high) std::swap(low, high);

@@ -277,7 +277,7 @@ void AssignSnToPeaksInList(Spectrum& s, const std::vector<SnWindow>& windows) {
 void CalculateSignalToNoiseThrashStyle(Spectrum& s) {
     const double span = (s.finalMz - s.initMz) / 3.0;
     if (!(span > 0.0) || s.hzppt <= 0.0) return;
-    const long n = static_cast<long>(std::round(std::ceil(std::min(span, 1.0e7))));
+    const long n = static_cast<long>(std::round(std::ceil(std::min(span, 1.0e6))));
     std::vector<SnWindow> windows(static_cast<std::size_t>(n));
     for (long k = 0; k < n; ++k) {
         SnWindow& w = windows[static_cast<std::size_t>(k)];

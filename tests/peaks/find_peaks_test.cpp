@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "peaks/find_peaks.hpp"
 #include "peaks/synthetic.hpp"
@@ -391,6 +392,44 @@ TEST(FindPeaksProfile, ExplicitAxisRules) {
     Spectrum s2 = s;
     EXPECT_EQ(FindPeaksProfile(s2, st, 200.0, table, ui), 0);
     EXPECT_EQ(FindPeaksProfile(s2, st, 100.0, table, ui), 1);
+}
+
+TEST(PeakSearches, HostileSpectraGiveAnAnswerNotACrash) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    struct Case {
+        const char* what;
+        std::vector<float> y;
+    };
+    std::vector<float> spiky(256, 1.0f);
+    for (std::size_t i = 0; i < spiky.size(); i += 7) spiky[i] = nan;
+    spiky[100] = inf;
+    const std::vector<Case> cases = {
+        {"no samples", {}},
+        {"one sample", {5.0f}},
+        {"three samples", {1.0f, 9.0f, 1.0f}},
+        {"NaN and infinity among the samples", spiky},
+        {"all NaN", std::vector<float>(128, nan)},
+    };
+    for (const auto& c : cases) {
+        Spectrum s = test::blank_spectrum(std::max<int>(1, static_cast<int>(c.y.size())));
+        s.data = c.y;
+        Settings st = default_settings();
+        st.low_mass = 100.0;
+        st.high_mass = 5000.0;
+        st.thread_count = 2;
+        for (int sn : {0, 1}) {
+            st.sn_mode = sn;
+            RecordingUi ui;
+            PeakTable table;
+            Spectrum a = s, b = s, d = s;
+            EXPECT_GE(FindPeaksReborn(a, st, 1.0, table, ui), -44) << c.what;
+            EXPECT_GE(FindPeaksThread(b, st, 1.0, table, ui), -44) << c.what;
+            d.xvalues.assign(d.data.size(), 0.0);
+            for (std::size_t i = 0; i < d.xvalues.size(); ++i) d.xvalues[i] = i % 5 ? 400.0 + i : nan;
+            EXPECT_GE(FindPeaksProfile(d, st, 1.0, table, ui), 0) << c.what;
+        }
+    }
 }
 
 TEST(PeakTable, VisibleRowsAndLabels) {

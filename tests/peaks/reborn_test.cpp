@@ -203,6 +203,37 @@ TEST(SignalToNoise, WindowsOfThreeMzAndUserNoise) {
     EXPECT_EQ(CalculateRelativeAbundance(empty, 0), -1);
 }
 
+TEST(NewVantorixPeakPick, HostileRecords) {
+    struct Case {
+        const char* what;
+        int n;
+        double hzppt;
+        double low, high;
+    };
+    const std::vector<Case> cases = {
+        {"no samples", 0, 0.0, 100.0, 1000.0},
+        {"no point spacing", 64, 0.0, 100.0, 1000.0},
+        {"negative masses", 64, 15625.0, -50.0, -10.0},
+        {"a span of a billion m/z", 64, 15625.0, 1.0, 1.0e9},
+        {"NaN limits", 64, 15625.0, std::nan(""), 500.0},
+    };
+    for (const auto& c : cases) {
+        Spectrum s = test::blank_spectrum(std::max(c.n, 1));
+        s.data.assign(static_cast<std::size_t>(c.n), 10.0f);
+        for (std::size_t i = 0; i < s.data.size(); i += 9) s.data[i] = 500.0f;
+        s.datacount = c.n;
+        s.hzppt = c.hzppt;
+        Settings st = default_settings();
+        st.low_mass = c.low;
+        st.high_mass = c.high;
+        RecordingUi ui;
+        PeakTable table;
+        Spectrum a = s, b = s;
+        EXPECT_GE(NewVantorixPeakPick2(a, st, table, ui), 0) << c.what;
+        EXPECT_GE(NewVantorixPeakPickSN(b, st, table, ui), 0) << c.what;
+    }
+}
+
 TEST(NewVantorixPeakPick, SimulatedIonsBothButtons) {
     Spectrum base = test::blank_spectrum(1 << 21);
     const auto ions = test::petroleum_ions(200, 300.0, 500.0, 30000.0, 1.0, 21);
