@@ -326,9 +326,12 @@ int FindPeaksThread(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
         // at the mass of point 1.
         const double high = std::min(std::max(it->first, it->second), SPt_tomass(s, 1.0));
         const double low = std::min(it->first, it->second);
-        const double span = std::max(high - low, 0.0);
-        long regions = st.noise_window > 0.0 ? static_cast<long>(std::ceil(2.0 * span / st.noise_window)) : 1;
-        regions = std::clamp(regions, 1L, std::max(1L, (rs.upper - rs.lower + 1) / 8));
+        const double span = high - low > 0.0 ? high - low : 0.0;  // also NaN
+        // At most one region per 8 points of the range.
+        const double most = static_cast<double>(std::max(1L, (rs.upper - rs.lower + 1) / 8));
+        double wanted = st.noise_window > 0.0 ? std::ceil(2.0 * span / st.noise_window) : 1.0;
+        if (!(wanted >= 1.0)) wanted = 1.0;
+        const long regions = static_cast<long>(std::min(wanted, most));
         std::vector<long> edge(static_cast<std::size_t>(regions + 1));
         edge[0] = rs.lower;
         for (long k = 1; k < regions; ++k) {
