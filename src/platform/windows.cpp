@@ -20,7 +20,7 @@ constexpr std::size_t BLOCK = 4096;
 // data[i] = (data[i] - offset) * (a - b cos(step * i)) for 0 <= i < n. The
 // window is symmetric, so each weight serves i and n - 1 - i; four interleaved
 // rotations keep the recurrence from being one long chain of dependencies.
-void raised_cosine(float* data, std::size_t n, double a, double b, double step, float offset) {
+void raised_cosine(const float* src, float* data, std::size_t n, double a, double b, double step, float offset) {
     const std::size_t half = (n + 1) / 2;
     const std::size_t blocks = (half + BLOCK - 1) / BLOCK;
     const double c4 = std::cos(4.0 * step), s4 = std::sin(4.0 * step);
@@ -42,27 +42,39 @@ void raised_cosine(float* data, std::size_t n, double a, double b, double step, 
             }
         }
         for (std::size_t i = lo; i < hi; ++i) {
-            data[i] = static_cast<float>(static_cast<double>(data[i] - offset) * w[i - lo]);
+            data[i] = static_cast<float>(static_cast<double>(src[i] - offset) * w[i - lo]);
             const std::size_t j = n - 1 - i;
-            if (j != i) data[j] = static_cast<float>(static_cast<double>(data[j] - offset) * w[i - lo]);
+            if (j != i) data[j] = static_cast<float>(static_cast<double>(src[j] - offset) * w[i - lo]);
         }
     });
 }
 
 }  // namespace
 
-void WinHann(float* data, std::size_t n, float offset) {
-    if (!data || n < 3) return;
-    raised_cosine(data, n, 0.5, 0.5, 2.0 * PI / static_cast<double>(n - 1), offset);
+void WinHann(const float* src, float* dst, std::size_t n, float offset) {
+    if (!src || !dst) return;
+    if (n < 3) {
+        if (src != dst) std::copy_n(src, n, dst);
+        return;
+    }
+    raised_cosine(src, dst, n, 0.5, 0.5, 2.0 * PI / static_cast<double>(n - 1), offset);
 }
 
-void WinHamming(float* data, std::size_t n, float offset) {
-    if (!data || n < 3) return;
-    raised_cosine(data, n, 0.54, 0.46, 2.0 * PI / static_cast<double>(n - 1), offset);
+void WinHamming(const float* src, float* dst, std::size_t n, float offset) {
+    if (!src || !dst) return;
+    if (n < 3) {
+        if (src != dst) std::copy_n(src, n, dst);
+        return;
+    }
+    raised_cosine(src, dst, n, 0.54, 0.46, 2.0 * PI / static_cast<double>(n - 1), offset);
 }
 
-void WinKaiser(float* data, std::size_t n, double alpha, float offset) {
-    if (!data || n < 2) return;
+void WinKaiser(const float* src, float* dst, std::size_t n, double alpha, float offset) {
+    if (!src || !dst) return;
+    if (n < 2) {
+        if (src != dst) std::copy_n(src, n, dst);
+        return;
+    }
     const double half = static_cast<double>(n - 1) / 2.0;
     const double b = std::fabs(alpha) * half;
     const double norm = gsl_sf_bessel_I0_scaled(b);  // exp(-b) I0(b)
@@ -77,10 +89,14 @@ void WinKaiser(float* data, std::size_t n, double alpha, float offset) {
             const double e = x - b;
             double w = 0.0;
             if (e > -745.0) w = gsl_sf_bessel_I0_scaled(x) / norm * std::exp(e);
-            data[i] = static_cast<float>(static_cast<double>(data[i] - offset) * w);
+            dst[i] = static_cast<float>(static_cast<double>(src[i] - offset) * w);
         }
     });
 }
+
+void WinHann(float* data, std::size_t n, float offset) { WinHann(data, data, n, offset); }
+void WinHamming(float* data, std::size_t n, float offset) { WinHamming(data, data, n, offset); }
+void WinKaiser(float* data, std::size_t n, double alpha, float offset) { WinKaiser(data, data, n, alpha, offset); }
 
 void QuarterSineWin(float* data, std::size_t n) {
     if (!data || n <= 3) return;

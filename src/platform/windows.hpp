@@ -23,6 +23,11 @@ void WinHamming(float* data, std::size_t n, float offset = 0.0f);
 // The ratio is formed from scaled Bessel functions, so a long window with a large
 // alpha underflows to 0 away from its centre instead of overflowing.
 void WinKaiser(float* data, std::size_t n, double alpha, float offset = 0.0f);
+// The same from src into dst (which may be src): the chain windows a transient
+// while it copies it into its zero-filled array.
+void WinHann(const float* src, float* dst, std::size_t n, float offset = 0.0f);
+void WinHamming(const float* src, float* dst, std::size_t n, float offset = 0.0f);
+void WinKaiser(const float* src, float* dst, std::size_t n, double alpha, float offset = 0.0f);
 // The quarter-sine taper: the first n/4 samples times sin(2 pi i / n), the last
 // n/4 times sin(2 pi i / n - pi), the centre untouched. n <= 3: unchanged.
 void QuarterSineWin(float* data, std::size_t n);

@@ -13,6 +13,7 @@
 #include "formats/tulva_reader.hpp"
 #include "phasing/halfapod.hpp"
 #include "platform/fft.hpp"
+#include "platform/memory.hpp"
 #include "platform/ui.hpp"
 #include "platform/windows.hpp"
 #include "workspace/conversions.hpp"
@@ -81,9 +82,8 @@ void copy_calibration(const Spectrum& from, Spectrum& to) {
 void Truncate(Spectrum& s, int count) {
     long long n = s.datacount;
     for (int i = 0; i < count && n > 0; ++i) n /= 2;
-    std::vector<float> shorter;
-    shorter.reserve(static_cast<std::size_t>(std::max<long long>(n, 0)) + 2);  // room for the in-place transform
-    shorter.resize(static_cast<std::size_t>(std::max<long long>(n, 0)), 0.0f);
+    const std::size_t points = static_cast<std::size_t>(std::max<long long>(n, 0));
+    std::vector<float> shorter = new_sample_array(points, points + 2);  // room for the in-place transform
     const std::size_t keep = std::min(shorter.size(), s.data.size());
     std::copy_n(s.data.begin(), keep, shorter.begin());
     release(s.data);
@@ -92,7 +92,10 @@ void Truncate(Spectrum& s, int count) {
     s.storedcount = 0;
 }
 
-int Zerofill(Spectrum& s, int count, Ui& ui) {
+namespace {
+// Length after count doublings, or -1 after the message when it is beyond
+// anything a transform can take.
+long long zerofilled_count(const Spectrum& s, int count, Ui& ui) {
     long long n = std::max(s.datacount, 0);
     for (int i = 0; i < count; ++i) {
         n *= 2;
@@ -103,9 +106,15 @@ int Zerofill(Spectrum& s, int count, Ui& ui) {
             return -1;
         }
     }
-    std::vector<float> longer;
-    longer.reserve(static_cast<std::size_t>(n) + 2);  // room for the in-place transform
-    longer.resize(static_cast<std::size_t>(n), 0.0f);
+    return n;
+}
+}  // namespace
+
+int Zerofill(Spectrum& s, int count, Ui& ui) {
+    const long long n = zerofilled_count(s, count, ui);
+    if (n < 0) return -1;
+    // Room for the in-place transform that follows.
+    std::vector<float> longer = new_sample_array(static_cast<std::size_t>(n), static_cast<std::size_t>(n) + 2);
     const std::size_t keep = std::min(longer.size(), s.data.size());
     std::copy_n(s.data.begin(), keep, longer.begin());
     release(s.data);
@@ -202,8 +211,7 @@ int Fourier_Transform(Spectrum& s, Ui& ui, bool timing) {
         // array exists during the transform and none has to be faulted in.
         const std::size_t half = static_cast<std::size_t>(N / 2);
         if (s.data.capacity() < static_cast<std::size_t>(N) + 2) {
-            std::vector<float> room;
-            room.reserve(static_cast<std::size_t>(N) + 2);
+            std::vector<float> room = new_sample_array(0, static_cast<std::size_t>(N) + 2);
             room.assign(s.data.begin(), s.data.end());
             release(s.data);
             s.data = std::move(room);
@@ -222,15 +230,24 @@ int Fourier_Transform(Spectrum& s, Ui& ui, bool timing) {
         float* out = s.data.data();
         const float first = (z[0][0] * scale) * scale;
         // Packed R0, (R1, I1), ...: point k is written at k while its pair is
-        // read from 2k and 2k + 1, so one forward pass never overwrites a value
-        // it still needs. The Nyquist term is dropped.
-        for (std::size_t k = 1; k < half; ++k) {
-            const float re = out[2 * k], im = out[2 * k + 1];
-            out[k] = std::sqrt(re * re + im * im) * scale;
+        // read from 2k and 2k + 1. Taken in rounds k in [2^r, 2^(r+1)), a round
+        // writes only below 2^(r+1) and reads only from 2^(r+1) on, so each
+        // round runs in parallel and no value is overwritten before it is read.
+        // The Nyquist term is dropped.
+        for (std::size_t lo = 1; lo < half; lo *= 2) {
+            const std::size_t hi = std::min(half, 2 * lo);
+            tbb::parallel_for(tbb::blocked_range<std::size_t>(lo, hi, GRAIN), [out, scale](const tbb::blocked_range<std::size_t>& r) {
+                const float* __restrict in = out;
+                float* __restrict dst = out;
+                for (std::size_t k = r.begin(); k != r.end(); ++k) {
+                    const float re = in[2 * k], im = in[2 * k + 1];
+                    dst[k] = std::sqrt(re * re + im * im) * scale;
+                }
+            });
         }
         out[0] = first;
         s.data.resize(half);
-        s.data.shrink_to_fit();
+        release_unused_capacity(s.data);
         s.datacount = static_cast<std::int32_t>(half);
     } else {
         // N floats are N/2 complex points, transformed in place.
@@ -441,18 +458,46 @@ int Process_Data(Spectrum& s, const Settings& o, Ui& ui) {
         Balance_Channels(s, ui);
     }
 
-    switch (o.apodization) {
-        case APOD_QUARTER_SINE: QuarterSineWin(s.data.data(), n); break;
-        case APOD_HAMMING: WinHamming(s.data.data(), n, offset); break;
-        case APOD_HANN: WinHann(s.data.data(), n, offset); break;
-        case APOD_HALF_HANN: HalfApod(s, 1, 0, ui); break;
-        case APOD_HALF_HAMMING: HalfApod(s, 2, 0, ui); break;
-        case APOD_KAISER: WinKaiser(s.data.data(), n, 6.0, offset); break;
-        default: break;
+    // With a zero-fill to follow, a symmetric window is applied while the
+    // samples are copied into the longer array: the same values, one pass fewer.
+    const bool fused = symmetric_window && o.zerofills > 0;
+    if (fused) {
+        const long long total = zerofilled_count(s, o.zerofills, ui);
+        if (total < 0) {
+            // Left as the unfused steps leave it: windowed, not zero-filled.
+            if (o.apodization == APOD_HAMMING) WinHamming(s.data.data(), n, offset);
+            else if (o.apodization == APOD_HANN) WinHann(s.data.data(), n, offset);
+            else WinKaiser(s.data.data(), n, 6.0, offset);
+            return -1;
+        }
+        std::vector<float> longer = new_sample_array(static_cast<std::size_t>(total), static_cast<std::size_t>(total) + 2);
+        const float* src = s.data.data();
+        switch (o.apodization) {
+            case APOD_HAMMING: WinHamming(src, longer.data(), n, offset); break;
+            case APOD_HANN: WinHann(src, longer.data(), n, offset); break;
+            default: WinKaiser(src, longer.data(), n, 6.0, offset); break;
+        }
+        // The padded tail beyond the window is copied as it stands.
+        const std::size_t keep = std::min(longer.size(), s.data.size());
+        if (keep > n) std::copy(s.data.begin() + static_cast<std::ptrdiff_t>(n), s.data.begin() + static_cast<std::ptrdiff_t>(keep),
+                                longer.begin() + static_cast<std::ptrdiff_t>(n));
+        release(s.data);
+        s.data = std::move(longer);
+        s.datacount = static_cast<std::int32_t>(total);
+    } else {
+        switch (o.apodization) {
+            case APOD_QUARTER_SINE: QuarterSineWin(s.data.data(), n); break;
+            case APOD_HAMMING: WinHamming(s.data.data(), n, offset); break;
+            case APOD_HANN: WinHann(s.data.data(), n, offset); break;
+            case APOD_HALF_HANN: HalfApod(s, 1, 0, ui); break;
+            case APOD_HALF_HAMMING: HalfApod(s, 2, 0, ui); break;
+            case APOD_KAISER: WinKaiser(s.data.data(), n, 6.0, offset); break;
+            default: break;
+        }
     }
     s.apodization = o.apodization;
 
-    if (o.zerofills > 0 && Zerofill(s, o.zerofills, ui) < 0) return -1;
+    if (!fused && o.zerofills > 0 && Zerofill(s, o.zerofills, ui) < 0) return -1;
     s.Zerofills = o.zerofills;
 
     switch (o.transform) {

@@ -6,9 +6,11 @@
 #include <numbers>
 #include <vector>
 
+#include <fftw3.h>
 #include <gtest/gtest.h>
 
 #include "platform/ui.hpp"
+#include "platform/windows.hpp"
 #include "workspace/processing.hpp"
 
 namespace vx {
@@ -114,6 +116,31 @@ TEST(FourierTransform, RealScaleAndTheDoubledFirstPoint) {
     }
 }
 
+TEST(FourierTransform, EveryPointOfALongTransformMatchesAPlainOne) {
+    // Long enough for the in-place magnitude pass to run in parallel rounds.
+    const int n = 1 << 20;
+    Spectrum s;
+    s.datacount = n;
+    s.data.resize(n);
+    for (int i = 0; i < n; ++i) s.data[i] = static_cast<float>(std::sin(0.001 * i * i) + 0.3 * std::cos(0.7 * i));
+    std::vector<float> in = s.data;
+    std::vector<fftwf_complex> ref(n / 2 + 1);
+    fftwf_plan p = fftwf_plan_dft_r2c_1d(n, in.data(), ref.data(), FFTW_ESTIMATE);
+    fftwf_execute(p);
+    fftwf_destroy_plan(p);
+    RecordingUi ui;
+    ASSERT_EQ(Fourier_Transform(s, ui), 0);
+    ASSERT_EQ(s.data.size(), static_cast<std::size_t>(n / 2));
+    const float scale = 1000000.0f / static_cast<float>(n);
+    double worst = 0.0;
+    for (int k = 1; k < n / 2; ++k) {
+        const double expect = std::hypot(ref[k][0], ref[k][1]) * scale;
+        worst = std::max(worst, std::fabs(s.data[k] - expect));
+    }
+    EXPECT_LT(worst, 0.05);  // magnitudes reach about 1e6 here
+    EXPECT_NEAR(s.data[0], ref[0][0] * scale * scale, std::fabs(ref[0][0] * scale * scale) * 1e-5 + 1e-3);
+}
+
 TEST(FourierTransform, QuadratureHalfSwap) {
     // 512 complex points: +20 bins and -30 bins with amplitudes 1 and 0.5.
     const int m = 512, n = 2 * m;
@@ -168,6 +195,31 @@ TEST(ProcessData, PaddedTransientIsWindowedOverTheStoredSamplesOnly) {
     EXPECT_NEAR(s.data[500], (4.0 + 500 % 3 - mean) * 0.5 * (1 - std::cos(2 * PI * 500 / 999.0)), 1e-5);
     for (int i = 1000; i < 1024; ++i) EXPECT_EQ(s.data[i], 0.0f) << i;
     EXPECT_EQ(s.datacount, 1024);
+}
+
+TEST(ProcessData, WindowFoldedIntoTheZerofillGivesTheSameSamples) {
+    // Windowing while copying into the zero-filled array must equal the steps
+    // one by one: mean removal, window, zero-fill.
+    for (int apod : {APOD_HAMMING, APOD_HANN, APOD_KAISER}) {
+        for (int stored : {0, 3000}) {
+            Spectrum a = cosine_transient(4096, 37, 2.0, 3.5);
+            if (stored) {
+                a.storedcount = stored;
+                std::fill(a.data.begin() + stored, a.data.end(), 0.0f);
+            }
+            Spectrum b = a;
+            RecordingUi ui;
+            ASSERT_EQ(Process_Data(a, options(0, apod, 2, TRANSFORM_NONE), ui), 0);
+            Baseline_Correct(b);
+            const std::size_t n = stored ? stored : 4096;
+            if (apod == APOD_HAMMING) WinHamming(b.data.data(), n);
+            else if (apod == APOD_HANN) WinHann(b.data.data(), n);
+            else WinKaiser(b.data.data(), n, 6.0);
+            ASSERT_EQ(Zerofill(b, 2, ui), 0);
+            EXPECT_EQ(a.datacount, 16384);
+            EXPECT_EQ(a.data, b.data) << apod << " " << stored;
+        }
+    }
 }
 
 TEST(ProcessData, TruncationResetsTheStoredCount) {
