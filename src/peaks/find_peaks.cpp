@@ -498,7 +498,8 @@ int FindPeaksCommand(Workspace& ws, PeakTable& table, Ui& ui) {
             const Peak& pk = s.peaks[k];
             PeakTableRow r;
             r.number = static_cast<int>(k + 1);
-            r.mass = pk.mass;
+            // A list read from a .pks file keeps its m/z in index.
+            r.mass = s.domain == DOMAIN_PEAKLIST ? pk.index : pk.mass;
             r.index = pk.index;
             r.frequency = pk.frequency;
             r.height = pk.abundance;

@@ -134,6 +134,12 @@ TEST(EndToEnd, ProcessMacroGivesTheSimulatedSignalToNoise) {
     ASSERT_GE(n, 20);
     const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     EXPECT_EQ(s.overRideThrashNoiseCalculation, 1);
+    // A noise range outside the data: the message, nothing searched.
+    RecordingUi ui2;
+    PeakTable t2;
+    EXPECT_EQ(ProcessMacroCallback(ws, 5.0, 6.0, t2, ui2), -1);
+    ASSERT_EQ(ui2.messages.size(), 1u);
+    EXPECT_EQ(ui2.messages[0].title, "Operator Error");
     EXPECT_NEAR(ws.settings.peak_threshold, s.noisemean + 6.0 * s.noisesigma, 1e-9);
     EXPECT_NEAR(ws.settings.noise_threshold, s.noisemean + 4.2 * s.noisesigma, 1e-9);
     for (const SimIon& ion : sim.ions) {

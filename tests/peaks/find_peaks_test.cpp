@@ -203,6 +203,29 @@ TEST(AnalyzeFindPeaks, ButtonsCheckNotchesAndReportResults) {
     EXPECT_FALSE(table.loaded);
     EXPECT_EQ(p.spectrum.peaks.size(), 2u);
 
+    // Limits never set: the reborn search runs first (its console lines), then
+    // the traditional one from the mass of the last point.
+    ws.settings.peak_threshold = 20;
+    ws.settings.low_mass = 0.0;
+    RecordingUi ui6;
+    EXPECT_EQ(FindPeaksCommand(ws, table, ui6), 2);
+    EXPECT_NE(ui6.console.find("initMz = "), std::string::npos);
+    EXPECT_DOUBLE_EQ(ws.settings.low_mass, SPt_tomass(p.spectrum, 127.0));
+
+    // A stick list from a file is shown as it stands, S/N column 12.
+    Spectrum sticks = p.spectrum;
+    sticks.domain = DOMAIN_PEAKLIST;
+    sticks.peaks.assign(1, Peak{});
+    sticks.peaks[0].index = 456.5;
+    std::swap(sticks, p.spectrum);
+    p.xmode = XMODE_PEAKS;
+    RecordingUi ui7;
+    EXPECT_EQ(FindPeaksCommand(ws, table, ui7), 1);
+    EXPECT_EQ(table.rows[0].mass, 456.5);
+    EXPECT_EQ(table.rows[0].sn, 12.0);
+    std::swap(sticks, p.spectrum);
+    p.xmode = XMODE_MZ;
+
     // Wrong domain and x modes.
     p.xmode = XMODE_FREQUENCY;
     RecordingUi ui3;
