@@ -96,11 +96,19 @@ void Set_Global_MinMax(AnalysisPanel& p) {
     p.ymin = m.min;
 }
 
-void Set_Local_MinMax(AnalysisPanel& p) {
+namespace {
+
+void clamp_visible_range(AnalysisPanel& p) {
     const double dc = p.spectrum.datacount;
     if (p.xmin > p.xmax) std::swap(p.xmin, p.xmax);
     if (p.xmin >= dc || is_nan(p.xmin)) p.xmin = dc - 1.0;
     if (p.xmax >= dc - 1.0 || is_nan(p.xmax)) p.xmax = dc - 2.0;
+}
+
+}  // namespace
+
+void Set_Local_MinMax(AnalysisPanel& p) {
+    clamp_visible_range(p);
     const MinMax m = range_minmax(p.spectrum, p.xmin, p.xmax);
     p.localymax = m.max;
     p.localymin = m.min;
@@ -181,8 +189,14 @@ void frequency_columns(const AnalysisPanel& p, long N, long start, PlotArrays& o
 
 }  // namespace
 
-std::size_t Selective_Mass_Display(const AnalysisPanel& p, double* x, float* y, float* y2, int count,
-                                   bool mirrored) {
+namespace {
+
+// The m/z columns of Selective_Mass_Display. Reads stay inside the visible
+// points first..last; covered receives the points the columns read (a
+// contiguous run), so that the caller can take the local extremes from the
+// columns and only the few points at the edges.
+std::size_t mass_columns(const AnalysisPanel& p, double* x, float* y, float* y2, int count, bool mirrored,
+                         long first, long last, std::pair<long, long>* covered) {
     const Spectrum& s = p.spectrum;
     const int columns = count / 2;
     if (columns <= 0) return 0;
@@ -205,29 +219,50 @@ std::size_t Selective_Mass_Display(const AnalysisPanel& p, double* x, float* y, 
     std::vector<double> edge_mass(edges.size());
     for (std::size_t j = 0; j < pts.size(); ++j) edge_mass[j] = SPt_tomass(s, pts[j]);
 
-    auto column = [](const Spectrum& sp, double e1, double e2) {
+    long cov_lo = std::numeric_limits<long>::max(), cov_hi = std::numeric_limits<long>::min();
+    auto column = [&](const Spectrum& sp, double e1, double e2, bool track) {
         // Half-open between the two edge points, so that neighbouring columns
         // never read their shared edge twice; a column narrower than one point
         // shows the sample at its edge.
         const double lo = std::min(e1, e2), hi = std::max(e1, e2);
-        const long a = std::isfinite(lo) ? static_cast<long>(lo) : 0;
-        long b = std::isfinite(hi) ? static_cast<long>(hi) - 1 : a;
-        if (b < a) b = a;
+        long a = std::isfinite(lo) ? static_cast<long>(std::clamp(lo, -1e18, 1e18)) : first;
+        long b = std::isfinite(hi) ? static_cast<long>(std::clamp(hi, -1e18, 1e18)) - 1 : a;
+        a = std::clamp(a, first, last);
+        b = std::clamp(b, a, last);
+        if (track) {
+            cov_lo = std::min(cov_lo, a);
+            cov_hi = std::max(cov_hi, b);
+        }
         return Set_MinMax(sp, a, b);
     };
     for (int j = 0; j < columns; ++j) {
-        const MinMax m = column(s, pts[idx(j)], pts[idx(j + 1)]);
+        const MinMax m = column(s, pts[idx(j)], pts[idx(j + 1)], true);
         x[2 * j] = edge_mass[idx(j)];
         x[2 * j + 1] = edge_mass[idx(j + 1)];
         y[2 * j] = m.min;
         y[2 * j + 1] = m.max;
         if (mirrored && y2) {
-            const MinMax m2 = column(p.spectrum2, pts2[idx(j)], pts2[idx(j + 1)]);
+            const MinMax m2 = column(p.spectrum2, pts2[idx(j)], pts2[idx(j + 1)], false);
             y2[2 * j] = -m2.min;
             y2[2 * j + 1] = -m2.max;
         }
     }
+    if (covered) *covered = {cov_lo, cov_hi};
     return idx(2 * columns);
+}
+
+// Extremes of the entries of a decimated trace.
+MinMax trace_minmax(const PlotArrays& out) { return minmax_kernel(out.y.data(), out.count); }
+
+MinMax merge(MinMax a, MinMax b) { return {std::min(a.min, b.min), std::max(a.max, b.max)}; }
+
+}  // namespace
+
+std::size_t Selective_Mass_Display(const AnalysisPanel& p, double* x, float* y, float* y2, int count,
+                                   bool mirrored) {
+    const long first = static_cast<long>(std::trunc(p.xmin));
+    const long last = first + visible_count(p) - 1;
+    return mass_columns(p, x, y, y2, count, mirrored, first, last, nullptr);
 }
 
 double Set_Plot_Attributes(const AnalysisPanel& p, float* y, std::size_t count) {
@@ -246,7 +281,11 @@ double Set_Plot_Attributes(const AnalysisPanel& p, float* y, std::size_t count) 
 
 void Update_Display(AnalysisPanel& p, int width_px, PlotArrays& out) {
     if (p.mirrored) p.xmode = XMODE_MZ;
-    Set_Local_MinMax(p);
+    // The local extremes come from the decimated columns where they cover the
+    // range, so that a redraw reads each sample once.
+    clamp_visible_range(p);
+    bool local_from_trace = false;
+    std::pair<long, long> covered{0, -1};
     const Spectrum& s = p.spectrum;
     const long N = visible_count(p);
     const long start = static_cast<long>(std::trunc(p.xmin));
@@ -262,6 +301,7 @@ void Update_Display(AnalysisPanel& p, int width_px, PlotArrays& out) {
             case XMODE_TIME:
                 if (2 * W < N) {
                     point_envelope(p, N, start, W, out);
+                    local_from_trace = true;
                 } else {
                     ensure(out, idx(N), false);
                     for (long k = 0; k < N; ++k) {
@@ -286,6 +326,7 @@ void Update_Display(AnalysisPanel& p, int width_px, PlotArrays& out) {
                     for (double& x : xs) x /= 1000.0;
                 } else {
                     frequency_columns(p, N, start, out);
+                    local_from_trace = true;
                 }
                 break;
             case XMODE_MZ:
@@ -298,9 +339,8 @@ void Update_Display(AnalysisPanel& p, int width_px, PlotArrays& out) {
                     }
                 } else {
                     ensure(out, display_point_limit, mirrored);
-                    out.count = Selective_Mass_Display(p, out.x.data(), out.y.data(),
-                                                       mirrored ? out.y2.data() : nullptr,
-                                                       display_point_limit, mirrored);
+                    out.count = mass_columns(p, out.x.data(), out.y.data(), mirrored ? out.y2.data() : nullptr,
+                                             display_point_limit, mirrored, start, start + N - 1, &covered);
                 }
                 break;
             default: {  // chromatogram, peak sticks, m/z on xvalues
@@ -315,6 +355,22 @@ void Update_Display(AnalysisPanel& p, int width_px, PlotArrays& out) {
                 break;
             }
         }
+    }
+
+    if (local_from_trace && out.count > 0) {
+        const MinMax m = trace_minmax(out);
+        p.localymin = m.min;
+        p.localymax = m.max;
+    } else if (covered.first <= covered.second && out.count > 0) {
+        MinMax m = trace_minmax(out);
+        if (covered.first > start) m = merge(m, Set_MinMax(s, start, covered.first - 1));
+        if (covered.second < start + N - 1) m = merge(m, Set_MinMax(s, covered.second + 1, start + N - 1));
+        p.localymin = m.min;
+        p.localymax = m.max;
+    } else {
+        const MinMax m = range_minmax(s, p.xmin, p.xmax);
+        p.localymin = m.min;
+        p.localymax = m.max;
     }
 
     const double divisor = Set_Plot_Attributes(p, out.y.data(), out.count);
