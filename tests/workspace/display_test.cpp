@@ -118,13 +118,15 @@ TEST(Display, EnvelopeKeepsEveryPeakInEveryMode) {
     Workspace ws;
     slot_with(ws, n, DOMAIN_FREQUENCY, 0.5f);
     AnalysisPanel& p = ws.panels[0];
-    // Single-point spikes, up and down, scattered over the spectrum.
+    // Single-point spikes, up and down, over the spectrum: spikes of one sign
+    // lie further apart than the widest column (the low-mass m/z columns span
+    // some 16000 points), so each must show as its column's extreme.
     std::vector<std::pair<long, float>> spikes;
     std::mt19937 rng(11);
-    std::uniform_int_distribution<long> where(60000, n - 60000);
+    std::uniform_int_distribution<long> jitter(0, 999);
     for (int i = 0; i < 40; ++i) {
         const float v = (i % 2 ? -1.0f : 1.0f) * (100.0f + static_cast<float>(i));
-        const long at = where(rng);
+        const long at = 60000 + 23000L * i + jitter(rng);
         p.spectrum.data[static_cast<std::size_t>(at)] = v;
         spikes.emplace_back(at, v);
     }
@@ -145,6 +147,11 @@ TEST(Display, EnvelopeKeepsEveryPeakInEveryMode) {
         EXPECT_LE(out.x.size(), 4000u);
         EXPECT_LE(out.y.size(), 4000u);
         for (const auto& [at, v] : spikes) EXPECT_TRUE(contains(out, v)) << "spike at " << at;
+        // The local extremes taken from the columns are those of the range.
+        const long first = static_cast<long>(p.xmin);
+        const MinMax exact = Set_MinMax(p.spectrum, first, first + visible_count(p) - 1);
+        EXPECT_EQ(p.localymin, exact.min);
+        EXPECT_EQ(p.localymax, exact.max);
         // x ascends in every mode of a direct spectrum (m/z from the low end).
         EXPECT_TRUE(std::is_sorted(out.x.begin(), out.x.begin() + static_cast<long>(out.count)));
     }
@@ -510,11 +517,11 @@ TEST(Display, ChromatogramsSumThePeakListsOfTheScans) {
         std::ofstream(dir / name) << text;
     };
     write("a_Z.pks",
-          "Peaklist: 3 peaks\nPOSITIVE ION MODE\nthresholds\nData Detected at (seconds): 1.5\n"
+          "Peaklist:  3 peaks\nPOSITIVE ION MODE\nthresholds\nData Detected at (seconds): 1.5\n"
           " Center of Mass for the Assigned Window is   500.0000\n\nheader\n\n" +
               row(400, 10, 100) + row(500, 20, 200) + row(600, 30, 300));
     write("b_Z.pks",
-          "Peaklist: 2 peaks\nPOSITIVE ION MODE\nthresholds\nno time here\nheader\n"
+          "Peaklist:  2 peaks\nPOSITIVE ION MODE\nthresholds\nno time here\nheader\n"
           "  450.00000    7.5\n"
           "  550.00000    2.5\n");
     Workspace ws;
