@@ -1,0 +1,173 @@
+// The desktop program driven offscreen: a transient opened from a file, shown,
+// processed, switched to m/z, zoomed, refused and panned, the slot table
+// filled to its limit, windows closed, and a screenshot saved for a look.
+#include <QApplication>
+#include <QImage>
+#include <QMdiArea>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "main_window.hpp"
+#include "qt_ui.hpp"
+#include "workspace/conversions.hpp"
+#include "workspace/filelist.hpp"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+int failures = 0;
+
+#define CHECK(cond)                                                                 \
+    do {                                                                            \
+        if (!(cond)) {                                                              \
+            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
+            ++failures;                                                             \
+        }                                                                           \
+    } while (0)
+
+bool saw(const vx::QtUi& ui, const std::string& message) {
+    for (const std::string& m : ui.shown)
+        if (m == message) return true;
+    return false;
+}
+
+// A v2.0 transient of three decaying cosines at the frequencies of m/z 400,
+// 500 and 600 under the default calibration (direct detection, 1 MHz).
+std::string write_transient(const fs::path& dir) {
+    const int n = 1 << 17;
+    const double bw = 1000000.0, rate = 2.0 * bw;
+    const double freqs[] = {118750.0, 95002.4, 79187.0};
+    std::vector<float> data(static_cast<std::size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        const double t = i / rate;
+        double v = 0.0;
+        for (int k = 0; k < 3; ++k) v += (3 - k) * std::cos(2.0 * M_PI * freqs[k] * t) * std::exp(-t / 0.03);
+        data[static_cast<std::size_t>(i)] = static_cast<float>(v);
+    }
+    const fs::path path = dir / "smoke.dat";
+    std::ofstream out(path, std::ios::binary);
+    out << "TULVA Data File v2.0\n"
+        << "Data Points: " << n << "\n"
+        << "dbandwidth: " << bw << "\n"
+        << "Data:\n";
+    out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size() * 4));
+    return path.string();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const fs::path out = VANTORIX_GUI_OUT;
+    const fs::path home = out / "gui_smoke_home";
+    fs::remove_all(home);
+    fs::create_directories(home);
+    setenv("VANTORIX_HOME", home.c_str(), 1);
+    if (!std::getenv("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    QApplication app(argc, argv);
+
+    vx::MainWindow window(true);
+    vx::Workspace& ws = window.workspace();
+    vx::QtUi& ui = window.ui();
+    vx::ensure_default_ini(vx::settings_dir());
+    CHECK(vx::ReadINI(vx::settings_dir(), ws.settings, ui) == 0);
+    vx::FileList(vx::settings_dir());
+    window.show();
+
+    const std::string path = write_transient(home);
+    const int slot = window.open_file(path);
+    CHECK(slot == 0);
+    vx::GraphWindow* g = window.graph(0);
+    CHECK(g != nullptr);
+    if (!g) return 1;
+    vx::AnalysisPanel& p = ws.panels[0];
+    CHECK(p.xmode == vx::XMODE_TIME);
+    CHECK(p.fullmax == p.spectrum.datacount - 2.0);
+    // The recent-file list knows the file.
+    const vx::RecentFiles recent = vx::read_file_list(vx::settings_dir());
+    CHECK(recent.count == 1 && recent.names[0] == path);
+
+    // Transients refuse the m/z view.
+    g->plot_command(vx::PLOT_MZ);
+    CHECK(saw(ui, "Analyzer Error: M/Z not allowed for Current Data"));
+    CHECK(p.xmode == vx::XMODE_TIME);
+
+#if __has_include("workspace/processing.hpp")
+    CHECK(window.process_active() == 0);
+    CHECK(p.spectrum.domain == vx::DOMAIN_MASS);
+    CHECK(p.xmode == vx::XMODE_MZ);
+    g->plot_command(vx::PLOT_TIME);
+    CHECK(saw(ui, "Plotting Error: TIME not allowed for Frequency Domain Data"));
+#else
+    // Without the processing chain the picture shows the transient by data point.
+    g->plot_command(vx::PLOT_DATA_POINT);
+    CHECK(p.xmode == vx::XMODE_POINT);
+#endif
+
+    // Zoom Exact around the middle peak, and back with Zoom Last.
+    const double before_min = p.xmin, before_max = p.xmax;
+    if (p.xmode == vx::XMODE_MZ) {
+        g->zoom_exact(480.0, 520.0, false);
+        CHECK(std::fabs(vx::SPt_tomass(p.spectrum, p.xmax) - 480.0) < 0.5);
+        CHECK(std::fabs(vx::SPt_tomass(p.spectrum, p.xmin) - 520.0) < 0.5);
+    } else {
+        g->zoom_exact(1000.0, 9000.0, false);
+        CHECK(p.xmin == 1000.0 && p.xmax == 9000.0);
+    }
+    g->plot_command(vx::PLOT_ZOOM_LAST);
+    CHECK(p.xmin == before_min && p.xmax == before_max);
+    g->plot_command(vx::PLOT_ZOOM_LAST);
+
+    // Panning: allowed in m/z only, and not past the end of the data.
+    const double keep_min = p.xmin;
+    if (p.xmode == vx::XMODE_MZ) {
+        g->plot_command(vx::PLOT_ZOOM_FULL);
+        g->move_graph(3);
+        CHECK(saw(ui, "Zoom Error: Can Not Zoom Any Further - Reached End of Data."));
+        g->plot_command(vx::PLOT_ZOOM_LAST);
+        CHECK(p.xmin == keep_min);
+    } else {
+        g->move_graph(2);
+        CHECK(saw(ui, "Zoom Error: Panning function only for Mass and Frequency at this time"));
+    }
+    g->plot_command(vx::PLOT_RELATIVE);
+    CHECK(p.relativescale == 1);
+
+    // Fill the table: 32 windows open, the 33rd file gives the warning.
+    for (int i = 1; i < vx::MAX_PANELS; ++i) CHECK(window.open_file(path) == i);
+    CHECK(window.open_file(path) == -1);
+    CHECK(saw(ui, "Warning: Too many files open, close some files and reload."));
+    CHECK(ws.active_panel == -1);
+    // Closing windows: the active slot moves to the highest occupied one.
+    for (int i = vx::MAX_PANELS - 1; i >= 1; --i) window.close_slot(i);
+    QApplication::processEvents();
+    CHECK(ws.active_panel == 0);
+    CHECK(window.graph(5) == nullptr);
+    CHECK(window.findChild<QMdiArea*>()->subWindowList().size() == 1);
+    CHECK(vx::read_file_list(vx::settings_dir()).count == 1);  // the same file only moves to the top
+
+    // The screenshot: the maximised graph with a red trace in it.
+    window.findChild<QMdiArea*>()->subWindowList().front()->showMaximized();
+    QApplication::processEvents();
+    g->redraw();
+    QApplication::processEvents();
+    const QImage image = window.grab().toImage();
+    const fs::path png = out / "gui_smoke.png";
+    CHECK(image.save(QString::fromStdString(png.string())));
+    int red = 0;
+    for (int y = 0; y < image.height(); y += 2)
+        for (int x = 0; x < image.width(); x += 2) {
+            const QColor c = image.pixelColor(x, y);
+            if (c.red() > 200 && c.green() < 80 && c.blue() < 80) ++red;
+        }
+    CHECK(red > 200);
+    std::printf("gui_smoke: screenshot %s (%dx%d, %d trace pixels), %d failure(s)\n", png.c_str(), image.width(),
+                image.height(), red, failures);
+    return failures == 0 ? 0 : 1;
+}
