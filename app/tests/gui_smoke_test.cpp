@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QImage>
 #include <QMdiArea>
+#include <QMdiSubWindow>
 
 #include <cmath>
 #include <cstdio>
