@@ -142,7 +142,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_flag("--mz", o->mz, "Write the .csv with an m/z column instead of frequency");
     sub->add_flag("--overwrite", o->overwrite, "Answer yes when asked to overwrite an existing .xy.bin file");
     sub->add_flag("--timing", o->timing, "Print the duration of each transform");
-    sub->footnote(
+    sub->footer(
         "Quadrature data without a reference frequency are split into positive and negative ion spectra; "
         "the negative ions go to OUT with _negative_ions before the extension.");
     sub->callback([&ctx, o] { ctx.exit_code = run_process(ctx, *o); });

@@ -349,7 +349,13 @@ int Uneven_Analysis(Spectrum& s, Ui& ui) {
     }
     const long long hifac = last / count;  // whole numbers, as the sampling density was counted
     const double npd = std::round(static_cast<double>(hifac) * 8.0 * static_cast<double>(count) * 0.5);
-    if (npd < 1.0 || npd > static_cast<double>(MAX_DATACOUNT)) {
+    if (hifac < 1) {
+        // Nearly every point holds data (a removed mean fills the gaps too):
+        // there is no sampling density to analyse, and the periodogram would be empty.
+        ui.MessagePopup("USD Error", "Nearly every point holds data: these samples are not unevenly spaced.");
+        return -1;
+    }
+    if (npd > static_cast<double>(MAX_DATACOUNT)) {
         ui.MessagePopup("USD Error", "Period array too small");
         return -1;
     }
