@@ -573,8 +573,13 @@ int MainWindow::process_active() {
 int MainWindow::zero_out_active() {
 #ifdef VANTORIX_HAVE_PROCESSING
     GraphWindow* g = active_graph();
+    const int slot = ws_->active_panel;
+    const int mode = slot >= 0 ? ws_->panels[static_cast<std::size_t>(slot)].xmode : 0;
     const int rc = zero_out_command(*ws_, g ? g->cursor_x(1) : 0.0, g ? g->cursor_x(2) : 0.0, *ui_);
-    if (rc == 0 && g) g->redraw();
+    if (rc == 0 && g) {
+        ws_->panels[static_cast<std::size_t>(slot)].xmode = mode;  // the window stays in its x mode
+        g->redraw();
+    }
     return rc;
 #else
     return -1;
