@@ -4,6 +4,8 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace vx {
 
@@ -41,6 +43,14 @@ struct Settings {
     double noise_sigma_factor = 2.0;
     int sn_mode = 0;
     double noise_window = 5.0;
+    double low_mass = 0.0;           // search limits in m/z; 0: never set
+    double high_mass = 0.0;
+    double abundance_scale = 1.0;    // factor of the scaled abundance column
+    double peak_sigma_factor = 3.0;  // S/N mode: peak level = baseline + this x width
+    int percent_thresholds = 0;      // thresholds are percent of the largest sample
+    int global_noise = 0;            // one noise estimate for the whole range
+    int notches_on = 0;              // exclude the m/z ranges of the notch table
+    std::vector<std::pair<double, double>> notches;  // low, high m/z of each excluded range
 
     // Phase search range
     double phase_search_low = 300000.0;

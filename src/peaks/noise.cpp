@@ -1,0 +1,225 @@
+#include "peaks/noise.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include <gsl/gsl_statistics_double.h>
+
+#include "workspace/conversions.hpp"
+
+namespace vx {
+namespace {
+
+constexpr int LEVELS = 100;
+constexpr int CENTRE_LEVEL = 50;
+
+// A point index from a converted position, safe for any double: NaN and
+// out-of-range values land on the guard values the callers test for.
+long to_index(double point) {
+    if (std::isnan(point)) return -1;
+    const double r = std::round(point);
+    if (r < -1.0e15) return -1000000000000000L;
+    if (r > 1.0e15) return 1000000000000000L;
+    return static_cast<long>(r);
+}
+
+template <class T>
+double histogram_noise_impl(std::span<double> stats, std::span<const T> counted, double step_divisor,
+                            double* width) {
+    double median = 0.0, deviation = 0.0;
+    if (!stats.empty()) {
+        // The deviation has the n - 1 divisor; one sample has none.
+        if (stats.size() > 1) deviation = gsl_stats_sd(stats.data(), 1, stats.size());
+        median = gsl_stats_median(stats.data(), 1, stats.size());
+    }
+    const double step = deviation / step_divisor;
+
+    std::array<double, LEVELS> level{};
+    for (int k = 0; k < LEVELS; ++k) level[static_cast<std::size_t>(k)] = std::max(0.0, (k - CENTRE_LEVEL) * step + median);
+
+    // count(k) = samples strictly below level(k). The levels never fall with k,
+    // so each sample is binned once at the first level above it and the counts
+    // are the running sum: the same numbers as 100 passes, in one.
+    std::array<double, LEVELS> count{};
+    const bool ordered = std::is_sorted(level.begin(), level.end()) &&
+                         std::none_of(level.begin(), level.end(), [](double v) { return std::isnan(v); });
+    if (ordered) {
+        std::array<long, LEVELS + 1> bin{};
+        for (const T sample : counted) {
+            const double x = static_cast<double>(sample);
+            const auto first_above = std::upper_bound(level.begin(), level.end(), x) - level.begin();
+            ++bin[static_cast<std::size_t>(first_above)];
+        }
+        long running = 0;
+        for (int k = 0; k < LEVELS; ++k) {
+            running += bin[static_cast<std::size_t>(k)];
+            count[static_cast<std::size_t>(k)] = static_cast<double>(running);
+        }
+    } else {
+        for (int k = 0; k < LEVELS; ++k) {
+            long c = 0;
+            for (const T sample : counted) c += static_cast<double>(sample) < level[static_cast<std::size_t>(k)];
+            count[static_cast<std::size_t>(k)] = static_cast<double>(c);
+        }
+    }
+
+    for (int pass = 0; pass < 5; ++pass) TGR_smooth(count.data(), LEVELS, 5);
+
+    std::array<double, LEVELS> d{};
+    d[0] = (-3.0 * count[0] + 4.0 * count[1] - count[2]) / 2.0;
+    for (int k = 1; k < LEVELS - 1; ++k)
+        d[static_cast<std::size_t>(k)] = (count[static_cast<std::size_t>(k + 1)] - count[static_cast<std::size_t>(k - 1)]) / 2.0;
+    d[LEVELS - 1] = (3.0 * count[LEVELS - 1] - 4.0 * count[LEVELS - 2] + count[LEVELS - 3]) / 2.0;
+
+    int mode = 0;
+    for (int k = 1; k < LEVELS; ++k)
+        if (d[static_cast<std::size_t>(k)] > d[static_cast<std::size_t>(mode)]) mode = k;
+    const double half_max = d[static_cast<std::size_t>(mode)] / 2.0;
+    int above = 0;
+    for (double v : d) above += v > half_max;
+
+    if (width) *width = step * 0.5 * above;
+    return (mode - CENTRE_LEVEL) * step + median;
+}
+
+std::vector<double> to_double(std::span<const float> samples) {
+    return std::vector<double>(samples.begin(), samples.end());
+}
+
+}  // namespace
+
+void TGR_smooth(double* array, int count, int width) {
+    if (!array || count <= 0) return;
+    const int h = width / 2;
+    std::vector<double> before(array, array + count);
+    for (int i = 0; i < count; ++i) {
+        const int w = std::min({h, i, count - 1 - i});
+        double sum = 0.0;
+        for (int j = i - w; j <= i + w; ++j) sum += before[static_cast<std::size_t>(j)];
+        array[i] = sum / (2 * w + 1);
+    }
+}
+
+int mycompar(const void* a, const void* b) {
+    const double x = *static_cast<const double*>(a);
+    const double y = *static_cast<const double*>(b);
+    return (x > y) - (x < y);
+}
+
+int mycompar2(const void* a, const void* b) { return mycompar(a, b); }
+
+double histogram_noise(std::span<double> stats, std::span<const float> counted, double step_divisor,
+                       double* width) {
+    return histogram_noise_impl(stats, counted, step_divisor, width);
+}
+
+double histogram_noise(std::span<double> stats, std::span<const double> counted, double step_divisor,
+                       double* width) {
+    return histogram_noise_impl(stats, counted, step_divisor, width);
+}
+
+double CalculateNoise(const Spectrum& spectrum, double centre, double window, double* width) {
+    const double half = window / 2.0;
+    const long last = static_cast<long>(spectrum.data.size()) - 1;
+    // m/z falls as the point rises: centre - half gives the upper end.
+    long upper = to_index(One_mass_topt(spectrum, centre - half));
+    long lower = to_index(One_mass_topt(spectrum, centre + half));
+    if (upper < 0 || upper > last) upper = last;
+    if (lower < 0) lower = 0;
+    // A window wholly beyond the data comes back as the last sample alone.
+    if (lower > last) lower = last;
+    if (last < 0 || upper < lower) {
+        std::vector<double> none;
+        return histogram_noise(std::span<double>(none), std::span<const float>(), half, width);
+    }
+    const std::span<const float> window_samples(spectrum.data.data() + lower, static_cast<std::size_t>(upper - lower + 1));
+    std::vector<double> stats = to_double(window_samples);
+    return histogram_noise(std::span<double>(stats), window_samples, half, width);
+}
+
+double CalculateThrashNoise(const Spectrum& spectrum, double centre, double* nextmass, int use_data2,
+                            int* calculated, double* width, double previous) {
+    if (nextmass && *nextmass > centre) return previous;
+    const long last = static_cast<long>(spectrum.data.size()) - 1;
+    long upper = to_index(One_mass_topt(spectrum, centre - 10.0));
+    long lower = to_index(One_mass_topt(spectrum, centre + 40.0));
+    upper = std::min(upper, last);
+    lower = std::max(lower, 0L);
+    double baseline = 0.0;
+    if (last < 0 || upper < lower) {
+        std::vector<double> none;
+        baseline = histogram_noise(std::span<double>(none), std::span<const float>(), 25.0, width);
+    } else {
+        const auto n = static_cast<std::size_t>(upper - lower + 1);
+        const std::span<const float> counted(spectrum.data.data() + lower, n);
+        std::vector<double> stats;
+        if (use_data2 && spectrum.data2.size() >= static_cast<std::size_t>(upper + 1))
+            stats.assign(spectrum.data2.begin() + lower, spectrum.data2.begin() + upper + 1);
+        else
+            stats = to_double(counted);
+        baseline = histogram_noise(std::span<double>(stats), counted, 25.0, width);
+    }
+    if (calculated) *calculated = 1;
+    if (nextmass) *nextmass = centre + 20.0;
+    return baseline;
+}
+
+double CalculateThrashNoise_RP(const float* samples, long count, double* width) {
+    if (!samples || count < 1) {
+        std::vector<double> none;
+        return histogram_noise(std::span<double>(none), std::span<const float>(), 25.0, width);
+    }
+    const std::span<const float> all(samples, static_cast<std::size_t>(count));
+    std::vector<double> stats = to_double(all);
+    return histogram_noise(std::span<double>(stats), all, 25.0, width);
+}
+
+double CalculateThrashNoiseForRePhaseCalcs(const float* samples, long count, double* width) {
+    return CalculateThrashNoise_RP(samples, count, width);
+}
+
+namespace {
+
+// Samples [from, to] of array, cut to what the array holds.
+template <class T>
+std::span<const T> clipped(std::span<const T> array, long from, long to) {
+    const long size = static_cast<long>(array.size());
+    from = std::max(from, 0L);
+    to = std::min(to, size - 1);
+    if (to < from) return {};
+    return array.subspan(static_cast<std::size_t>(from), static_cast<std::size_t>(to - from + 1));
+}
+
+template <class T>
+double noise_index_impl(std::span<const T> array, double* width, long a, long b, bool extended) {
+    const long n = std::labs(a + 1 - b);
+    const std::span<const T> source = clipped(array, a, a + n - 1);
+    std::vector<double> stats(source.begin(), source.end());
+    std::span<const T> counted;
+    if (a >= b) counted = clipped(array, b, extended ? a + n : a);
+    return histogram_noise(std::span<double>(stats), counted, std::labs(b - a) / 2.0, width);
+}
+
+}  // namespace
+
+double CalculateNoiseIndex(std::span<const float> array, double* width, long a, long b) {
+    return noise_index_impl(array, width, a, b, false);
+}
+
+double CalculateNoiseIndexed(std::span<const double> array, double* width, long a, long b) {
+    return noise_index_impl(array, width, a, b, true);
+}
+
+double CalculateNoiseIndexed_RP(std::span<const double> array, double* width, long a, long b) {
+    return noise_index_impl(array, width, a, b, true);
+}
+
+void NoiseCalThread(const NoiseCalJob& job, std::array<float, 3>& row) {
+    std::vector<double> stats = to_double(job.samples);
+    double width = 0.0;
+    const double baseline = histogram_noise(std::span<double>(stats), job.samples, job.region_width / 2.0, &width);
+    row = {static_cast<float>(baseline), static_cast<float>(width), job.tag};
+}
+
+}  // namespace vx
