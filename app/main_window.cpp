@@ -26,14 +26,13 @@
 
 #include "formats/tulva_reader.hpp"
 #include "qt_ui.hpp"
+#include "peaks/find_peaks.hpp"
+#include "ui_ANALYZE.h"
 #include "ui_MANUALZOOM.h"
+#include "ui_PEAKLIST2.h"
 #include "ui_PROCESS.h"
 #include "workspace/filelist.hpp"
-
-#if __has_include("workspace/processing.hpp")
 #include "workspace/processing.hpp"
-#define VANTORIX_HAVE_PROCESSING 1
-#endif
 
 namespace vx {
 
@@ -388,7 +387,8 @@ void GraphWindow::closeEvent(QCloseEvent* event) {
 
 // ---------------------------------------------------------------- main window
 
-MainWindow::MainWindow(bool unattended) : ws_(std::make_unique<Workspace>()), ui_(std::make_unique<QtUi>(this)) {
+MainWindow::MainWindow(bool unattended)
+    : ws_(std::make_unique<Workspace>()), ui_(std::make_unique<QtUi>(this)), peak_table_(std::make_unique<PeakTable>()) {
     ui_->unattended = unattended;
     setWindowTitle("Vantorix Analysis");
     setAcceptDrops(true);
@@ -412,6 +412,7 @@ MainWindow::MainWindow(bool unattended) : ws_(std::make_unique<Workspace>()), ui
 
     ws_->settings_folder = settings_dir();
     build_menus();
+    build_analyze_panel();
     resize(1200, 800);
 }
 
@@ -428,12 +429,14 @@ void MainWindow::build_menus() {
     exit_action_ = file_menu_->addAction("Exit");
     connect(exit_action_, &QAction::triggered, qApp, &QApplication::quit);
 
-#ifdef VANTORIX_HAVE_PROCESSING
     QMenu* spectrum = menuBar()->addMenu("Spectrum");
     connect(spectrum->addAction("Process Options..."), &QAction::triggered, this, &MainWindow::process_options);
     connect(spectrum->addAction("Zero Out"), &QAction::triggered, this, [this] { zero_out_active(); });
     connect(spectrum->addAction("Process"), &QAction::triggered, this, [this] { process_active(); });
-#endif
+
+    QMenu* analyze = menuBar()->addMenu("Analyze");
+    connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);
+    connect(analyze->addAction("Find Peaks"), &QAction::triggered, this, [this] { find_peaks(); });
 
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);
@@ -542,7 +545,6 @@ void MainWindow::close_slot(int slot) {
 }
 
 int MainWindow::process_active() {
-#ifdef VANTORIX_HAVE_PROCESSING
     WaitCursor wait;
     ProcessCommandResult result;
     const int slot = ws_->active_panel;
@@ -565,13 +567,9 @@ int MainWindow::process_active() {
     finish(slot);
     if (result.split_slot >= 0) finish(result.split_slot);
     return rc;
-#else
-    return -1;
-#endif
 }
 
 int MainWindow::zero_out_active() {
-#ifdef VANTORIX_HAVE_PROCESSING
     GraphWindow* g = active_graph();
     const int slot = ws_->active_panel;
     const int mode = slot >= 0 ? ws_->panels[static_cast<std::size_t>(slot)].xmode : 0;
@@ -581,13 +579,9 @@ int MainWindow::zero_out_active() {
         g->redraw();
     }
     return rc;
-#else
-    return -1;
-#endif
 }
 
 void MainWindow::process_options() {
-#ifdef VANTORIX_HAVE_PROCESSING
     QDialog dialog(this);
     Ui_PROCESS form;
     form.setupUi(&dialog);
@@ -619,7 +613,147 @@ void MainWindow::process_options() {
     if (process_options_ok(*ws_, out, false, *ui_) < 0) return;
     // Processing at once waits until the screen is drawn without the dialogue.
     if (form.processnow->isChecked()) QTimer::singleShot(0, this, [this] { process_active(); });
-#endif
+}
+
+// ---------------------------------------------------------------- analysis panel and peak table
+
+void MainWindow::build_analyze_panel() {
+    analyze_ = new QDialog(this);
+    analyze_form_ = std::make_unique<Ui_ANALYZE>();
+    analyze_form_->setupUi(analyze_);
+    Ui_ANALYZE& f = *analyze_form_;
+    connect(f.limits, &QPushButton::clicked, this, [this] {
+        // The m/z limits from graph cursors 1 and 2, lower first.
+        GraphWindow* g = active_graph();
+        if (!g) return;
+        const double a = g->cursor_x(1), b = g->cursor_x(2);
+        analyze_form_->low_mass->setValue(std::min(a, b));
+        analyze_form_->high_mass->setValue(std::max(a, b));
+    });
+    connect(f.find_sn, &QPushButton::clicked, this, [this] { analyze_find(true); });
+    connect(f.find_abundance, &QPushButton::clicked, this, [this] { analyze_find(false); });
+    connect(f.done, &QPushButton::clicked, analyze_, &QDialog::hide);
+    connect(f.global_noise, &QCheckBox::toggled, this, [this](bool on) {
+        // One estimate for the whole range: its window is the range itself.
+        Ui_ANALYZE& a = *analyze_form_;
+        if (on) a.noise_window->setValue(std::fabs(a.high_mass->value() - a.low_mass->value()));
+        a.noise_window->setVisible(!on);
+        a.label_7->setVisible(!on);
+    });
+
+    peaklist_ = new QDialog(this);
+    peaklist_form_ = std::make_unique<Ui_PEAKLIST2>();
+    peaklist_form_->setupUi(peaklist_);
+    peaklist_->resize(760, 420);
+    connect(peaklist_form_->done, &QPushButton::clicked, peaklist_, &QDialog::hide);
+}
+
+void MainWindow::fill_analyze_panel() {
+    const Settings& st = ws_->settings;
+    Ui_ANALYZE& f = *analyze_form_;
+    f.low_mass->setValue(st.low_mass);
+    f.high_mass->setValue(st.high_mass);
+    f.min_peak_width->setValue(st.min_peak_width);
+    f.peak_threshold->setValue(st.peak_threshold);
+    f.noise_threshold->setValue(st.noise_threshold);
+    f.abundance_scale->setValue(st.abundance_scale);
+    f.peak_sigma_factor->setValue(st.peak_sigma_factor);
+    f.noise_window->setValue(st.noise_window);
+    f.noise_sigma_factor->setValue(st.noise_sigma_factor);
+    f.percent_thresholds->setChecked(st.percent_thresholds != 0);
+    f.global_noise->setChecked(st.global_noise != 0);
+    f.notches_on->setChecked(st.notches_on != 0);
+    const PeakDecimals d = peak_decimals(st);
+    f.dec_mz->setValue(d.mz);
+    f.dec_frequency->setValue(d.frequency);
+    f.dec_abundance->setValue(d.abundance);
+    f.dec_other->setValue(d.other);
+    f.notch_count->setValue(static_cast<int>(st.notches.size()));
+    for (int r = 0; r < f.notches->rowCount(); ++r)
+        for (int c = 0; c < 2; ++c) {
+            QString text;
+            if (r < static_cast<int>(st.notches.size()))
+                text = QString::number(c == 0 ? st.notches[static_cast<std::size_t>(r)].first
+                                              : st.notches[static_cast<std::size_t>(r)].second, 'f', 6);
+            f.notches->setItem(r, c, new QTableWidgetItem(text));
+        }
+}
+
+void MainWindow::read_analyze_panel() {
+    Settings& st = ws_->settings;
+    const Ui_ANALYZE& f = *analyze_form_;
+    st.low_mass = f.low_mass->value();
+    st.high_mass = f.high_mass->value();
+    st.min_peak_width = f.min_peak_width->value();
+    st.peak_threshold = f.peak_threshold->value();
+    st.noise_threshold = f.noise_threshold->value();
+    st.abundance_scale = f.abundance_scale->value();
+    st.peak_sigma_factor = f.peak_sigma_factor->value();
+    st.noise_window = f.noise_window->value();
+    st.noise_sigma_factor = f.noise_sigma_factor->value();
+    st.percent_thresholds = f.percent_thresholds->isChecked() ? 1 : 0;
+    st.global_noise = f.global_noise->isChecked() ? 1 : 0;
+    st.notches_on = f.notches_on->isChecked() ? 1 : 0;
+    st.PEAKMZ = f.dec_mz->value();
+    st.peak_decimals_3 = f.dec_frequency->value();
+    st.PEAKABUN = f.dec_abundance->value();
+    st.peak_decimals_2 = f.dec_other->value();
+    st.notches.clear();
+    for (int r = 0; r < f.notch_count->value() && r < f.notches->rowCount(); ++r) {
+        auto value = [&](int c) {
+            const QTableWidgetItem* item = f.notches->item(r, c);
+            return item ? item->text().toDouble() : 0.0;
+        };
+        st.notches.emplace_back(value(0), value(1));
+    }
+}
+
+void MainWindow::find_peak_options() {
+    if (ws_->active_panel >= 0 && ws_->panels[static_cast<std::size_t>(ws_->active_panel)].active)
+        FindPeakOptions(*ws_, ws_->active_panel);
+    fill_analyze_panel();
+    analyze_->show();
+    analyze_->raise();
+}
+
+int MainWindow::find_peaks() {
+    WaitCursor wait;
+    const int rc = FindPeaksCommand(*ws_, *peak_table_, *ui_);
+    show_peak_table();
+    return rc;
+}
+
+int MainWindow::analyze_find(bool by_sn) {
+    read_analyze_panel();
+    if (analyze_form_->hide_on_run->isChecked()) analyze_->hide();
+    WaitCursor wait;
+    const int rc = AnalyzeFindPeaks(*ws_, by_sn, *peak_table_, *ui_);
+    show_peak_table();
+    return rc;
+}
+
+void MainWindow::show_peak_table() {
+    const PeakTable& t = *peak_table_;
+    if (!t.loaded) {
+        peaklist_->hide();
+        return;
+    }
+    Ui_PEAKLIST2& f = *peaklist_form_;
+    const PeakDecimals d = peak_decimals(ws_->settings);
+    f.rows->setRowCount(static_cast<int>(t.rows.size()));
+    for (int r = 0; r < static_cast<int>(t.rows.size()); ++r) {
+        const auto fields = peak_table_fields(t.rows[static_cast<std::size_t>(r)], d);
+        for (int c = 0; c < 7; ++c) {
+            auto* item = new QTableWidgetItem(qs(fields[static_cast<std::size_t>(c)]));
+            item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+            f.rows->setItem(r, c, item);
+        }
+    }
+    f.rows->resizeColumnsToContents();
+    f.status->setText(qs(t.status));
+    f.ymax->setText(QString::number(t.ymax, 'f', 2));
+    peaklist_->show();
+    peaklist_->raise();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -23,8 +23,13 @@ class QActionGroup;
 class QPlainTextEdit;
 class QDockWidget;
 class QMouseEvent;
+class QDialog;
+class Ui_ANALYZE;
+class Ui_PEAKLIST2;
 
 namespace vx {
+
+struct PeakTable;
 
 class QtUi;
 class MainWindow;
@@ -106,6 +111,12 @@ public:
     void sync_windows();
     void rebuild_recent();
     void show_title_panel(int msec);
+    // Analyze menu: "Find Peak Options..." and "Find Peaks"; the analysis
+    // panel's two find buttons (by_sn: the S/N one).
+    void find_peak_options();
+    int find_peaks();
+    int analyze_find(bool by_sn);
+    const PeakTable& peak_table() const { return *peak_table_; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -115,6 +126,10 @@ protected:
 private:
     void build_menus();
     void open_dialog();
+    void build_analyze_panel();
+    void fill_analyze_panel();
+    void read_analyze_panel();
+    void show_peak_table();
 
     std::unique_ptr<Workspace> ws_;
     std::unique_ptr<QtUi> ui_;
@@ -126,7 +141,11 @@ private:
     QPlainTextEdit* console_;
     GraphWindow* graphs_[MAX_PANELS] = {};
     QMdiSubWindow* subs_[MAX_PANELS] = {};
-    bool closing_slot_ = false;
+    QDialog* analyze_ = nullptr;
+    std::unique_ptr<Ui_ANALYZE> analyze_form_;
+    QDialog* peaklist_ = nullptr;
+    std::unique_ptr<Ui_PEAKLIST2> peaklist_form_;
+    std::unique_ptr<PeakTable> peak_table_;
 };
 
 }  // namespace vx

@@ -6,6 +6,7 @@
 #include <QMdiArea>
 #include <QMdiSubWindow>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 
 #include "main_window.hpp"
 #include "qt_ui.hpp"
+#include "peaks/find_peaks.hpp"
 #include "sim/simulator.hpp"
 #include "workspace/conversions.hpp"
 #include "workspace/filelist.hpp"
@@ -133,6 +135,16 @@ int main(int argc, char** argv) {
         g->move_graph(2);
         CHECK(saw(ui, "Zoom Error: Panning function only for Mass and Frequency at this time"));
     }
+    // Find Peaks over the excited range: the three ions, in ascending m/z, in the table.
+    window.find_peak_options();
+    CHECK(window.find_peaks() >= 3);
+    const auto& peaks = p.spectrum.peaks;
+    CHECK(window.peak_table().rows.size() == peaks.size());
+    for (double mz : {400.0, 500.0, 600.0})
+        CHECK(std::any_of(peaks.begin(), peaks.end(), [mz](const vx::Peak& k) { return std::fabs(k.mass - mz) < 0.05; }));
+    CHECK(std::is_sorted(peaks.begin(), peaks.end(),
+                         [](const vx::Peak& a, const vx::Peak& b) { return a.mass < b.mass; }));
+
     g->plot_command(vx::PLOT_RELATIVE);
     CHECK(p.relativescale == 1);
 
