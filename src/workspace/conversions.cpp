@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 #include <fmt/printf.h>
 
@@ -40,118 +41,184 @@ constexpr double HIGH_MASS_LIMIT = 25000.0;
 
 double hz_per_point(const Spectrum& s) { return s.dbandwidth / s.datacount; }
 
-bool is_bruker_law(const Spectrum& s, int caltype) {
-    return s.filetype == FILETYPE_BRUKER && (caltype == CALTYPE_TWO_TERM || caltype == CALTYPE_WALKING);
+// The terms of the detection step, read once per call.
+struct AxisTerms {
+    double hz, ref, bw;
+};
+AxisTerms axis_terms(const Spectrum& s) { return {hz_per_point(s), s.reffreq, s.dbandwidth}; }
+
+// Frequency of a fractional point and back, for one detection mode.
+template <int Mode>
+double mode_freq(const AxisTerms& a, double p) {
+    if constexpr (Mode == DETECT_DIRECT) return p * a.hz;
+    else if constexpr (Mode == DETECT_POSITIVE_HETERODYNE) return p * a.hz + a.ref;
+    else if constexpr (Mode == DETECT_QUADRATURE) return p * a.hz - a.bw / 2.0 + a.ref;
+    else return a.ref - p * a.hz;
+}
+template <int Mode>
+double mode_point(const AxisTerms& a, double f) {
+    if constexpr (Mode == DETECT_DIRECT) return f / a.hz;
+    else if constexpr (Mode == DETECT_POSITIVE_HETERODYNE) return (f - a.ref) / a.hz;
+    else if constexpr (Mode == DETECT_QUADRATURE) return (f + a.bw / 2.0 - a.ref) / a.hz;
+    else return (a.ref - f) / a.hz;
+}
+
+// Calls fn with the detection mode as a compile-time constant, so that array
+// loops carry no switch; false for an unknown mode (fn not called).
+template <class Fn>
+bool with_mode(int mode, Fn&& fn) {
+    switch (mode) {
+        case DETECT_DIRECT: fn(std::integral_constant<int, DETECT_DIRECT>{}); return true;
+        case DETECT_POSITIVE_HETERODYNE: fn(std::integral_constant<int, DETECT_POSITIVE_HETERODYNE>{}); return true;
+        case DETECT_QUADRATURE: fn(std::integral_constant<int, DETECT_QUADRATURE>{}); return true;
+        case DETECT_NEGATIVE_HETERODYNE: fn(std::integral_constant<int, DETECT_NEGATIVE_HETERODYNE>{}); return true;
+        default: return false;
+    }
 }
 
 // Frequency of a fractional point; false (f untouched) for an unknown mode.
 bool point_to_freq(const Spectrum& s, double p, double& f) {
-    const double hz = hz_per_point(s);
-    switch (s.detectmode) {
-        case DETECT_DIRECT: f = p * hz; return true;
-        case DETECT_POSITIVE_HETERODYNE: f = p * hz + s.reffreq; return true;
-        case DETECT_QUADRATURE: f = p * hz - s.dbandwidth / 2.0 + s.reffreq; return true;
-        case DETECT_NEGATIVE_HETERODYNE: f = s.reffreq - p * hz; return true;
-        default: return false;
-    }
+    const AxisTerms a = axis_terms(s);
+    return with_mode(s.detectmode, [&](auto M) { f = mode_freq<M()>(a, p); });
 }
 
 // Fractional point of a frequency; false (p untouched) for an unknown mode.
 bool freq_to_point(const Spectrum& s, double f, double& p) {
-    const double hz = hz_per_point(s);
-    switch (s.detectmode) {
-        case DETECT_DIRECT: p = f / hz; return true;
-        case DETECT_POSITIVE_HETERODYNE: p = (f - s.reffreq) / hz; return true;
-        case DETECT_QUADRATURE: p = (f + s.dbandwidth / 2.0 - s.reffreq) / hz; return true;
-        case DETECT_NEGATIVE_HETERODYNE: p = (s.reffreq - f) / hz; return true;
-        default: return false;
+    const AxisTerms a = axis_terms(s);
+    return with_mode(s.detectmode, [&](auto M) { p = mode_point<M()>(a, f); });
+}
+
+// The law that links frequency and m/z, chosen once per call.
+enum class Law { TwoTerm, Inverted, ThreeTerm, BrukerShort, BrukerQuadratic, None };
+
+struct LawTerms {
+    double A, B, Ct, V;
+    bool positive_root;
+};
+LawTerms law_terms(const Spectrum& s) {
+    return {s.Aterm, s.Bterm, s.Cterm, std::fabs(s.Trapvoltage), s.rootselect != 0};
+}
+
+// Law of `caltype` for this spectrum (walking types count as the two-term law;
+// the caller decides about the table). Bruker data switch to the quadratic
+// form at the caller's own threshold on |Cterm|.
+Law select_law(const Spectrum& s, int caltype, double bruker_threshold) {
+    if (s.filetype == FILETYPE_BRUKER && (caltype == CALTYPE_TWO_TERM || caltype == CALTYPE_WALKING))
+        return std::fabs(s.Cterm) >= bruker_threshold ? Law::BrukerQuadratic : Law::BrukerShort;
+    switch (caltype) {
+        case CALTYPE_TWO_TERM:
+        case CALTYPE_WALKING: return Law::TwoTerm;
+        case CALTYPE_INVERTED: return Law::Inverted;
+        case CALTYPE_THREE_TERM: return Law::ThreeTerm;
+        default: return Law::None;
+    }
+}
+
+template <class Fn>
+void with_law(Law law, Fn&& fn) {
+    switch (law) {
+        case Law::TwoTerm: fn(std::integral_constant<Law, Law::TwoTerm>{}); break;
+        case Law::Inverted: fn(std::integral_constant<Law, Law::Inverted>{}); break;
+        case Law::ThreeTerm: fn(std::integral_constant<Law, Law::ThreeTerm>{}); break;
+        case Law::BrukerShort: fn(std::integral_constant<Law, Law::BrukerShort>{}); break;
+        case Law::BrukerQuadratic: fn(std::integral_constant<Law, Law::BrukerQuadratic>{}); break;
+        case Law::None: fn(std::integral_constant<Law, Law::None>{}); break;
     }
 }
 
 // Bruker quadratic m from f: root chosen by rootselect.
-double bruker_quadratic_mass(const Spectrum& s, double f) {
-    const double A = s.Aterm, B = s.Bterm, Ct = s.Cterm;
-    const double D = std::sqrt(A * A - 4.0 * Ct * (B - f));
-    return s.rootselect != 0 ? (D - A) / (2.0 * (B - f)) : (-A - D) / (2.0 * (B - f));
+double bruker_quadratic_mass(const LawTerms& t, double f) {
+    const double D = std::sqrt(t.A * t.A - 4.0 * t.Ct * (t.B - f));
+    return t.positive_root ? (D - t.A) / (2.0 * (t.B - f)) : (-t.A - D) / (2.0 * (t.B - f));
 }
 
-// m/z of a frequency by the law of `caltype` (walking types count as the
-// two-term law here; the caller decides about the table). False (m untouched)
-// for a type without a law.
-bool freq_to_mass(const Spectrum& s, int caltype, double f, double bruker_threshold, double& m) {
-    const double A = s.Aterm, B = s.Bterm, Ct = s.Cterm;
-    const double V = std::fabs(s.Trapvoltage);
-    if (is_bruker_law(s, caltype)) {
-        m = std::fabs(Ct) >= bruker_threshold ? bruker_quadratic_mass(s, f) : A / (f + B);
-        return true;
-    }
-    switch (caltype) {
-        case CALTYPE_TWO_TERM:
-        case CALTYPE_WALKING: {
-            m = A / f + B * V / (f * f);
-            if (m < 0.0) m = MASS_OUT_OF_LAW;
-            return true;
-        }
-        case CALTYPE_INVERTED: {
-            // A is subtracted outside the division by 2 (B - f): this is how
-            // calibrations of this type were always evaluated, and stored
-            // coefficients were fitted against it.
-            const double D = std::sqrt(A * A - 4.0 * Ct * (B - f));
-            const double t = D / (2.0 * (B - f));
-            m = s.rootselect != 0 ? t - A : -A - t;
-            return true;
-        }
-        case CALTYPE_THREE_TERM: {
-            m = Ct * V / (f * f) + B / f + A;
-            if (m < 0.0) m = MASS_OUT_OF_LAW;
-            return true;
-        }
-        default: return false;
+// m/z of a frequency. Law::None leaves the frequency.
+template <Law L>
+double law_mass(const LawTerms& t, double f) {
+    if constexpr (L == Law::TwoTerm) {
+        const double m = t.A / f + t.B * t.V / (f * f);
+        return m < 0.0 ? MASS_OUT_OF_LAW : m;
+    } else if constexpr (L == Law::Inverted) {
+        // A is subtracted outside the division by 2 (B - f): this is how
+        // calibrations of this type were always evaluated, and stored
+        // coefficients were fitted against it.
+        const double D = std::sqrt(t.A * t.A - 4.0 * t.Ct * (t.B - f));
+        const double q = D / (2.0 * (t.B - f));
+        return t.positive_root ? q - t.A : -t.A - q;
+    } else if constexpr (L == Law::ThreeTerm) {
+        const double m = t.Ct * t.V / (f * f) + t.B / f + t.A;
+        return m < 0.0 ? MASS_OUT_OF_LAW : m;
+    } else if constexpr (L == Law::BrukerShort) {
+        return t.A / (f + t.B);
+    } else if constexpr (L == Law::BrukerQuadratic) {
+        return bruker_quadratic_mass(t, f);
+    } else {
+        return f;
     }
 }
 
-// Frequency of an m/z by the law of `caltype` (walking: the spectrum's own A
-// and B as the two-term law). False (f untouched) for a type without a law.
-bool mass_to_freq(const Spectrum& s, int caltype, double m, double bruker_threshold, double& f) {
-    const double A = s.Aterm, B = s.Bterm, Ct = s.Cterm;
-    const double V = std::fabs(s.Trapvoltage);
-    if (is_bruker_law(s, caltype)) {
-        // The sign of B differs between the two branches; both are in use.
-        f = std::fabs(Ct) >= bruker_threshold ? A / m + Ct / (m * m) + B : A / m - B;
-        return true;
-    }
-    switch (caltype) {
-        case CALTYPE_TWO_TERM:
-        case CALTYPE_WALKING:
-            f = (std::sqrt(std::max(0.0, A * A + 4.0 * m * V * B)) + A) / (2.0 * m);
-            return true;
-        case CALTYPE_INVERTED: f = Ct / (m * m) + A / m + B; return true;
-        case CALTYPE_THREE_TERM:
-            f = (std::sqrt(std::max(0.0, B * B + 4.0 * V * Ct * (m - A))) + B) / (2.0 * (m - A));
-            return true;
-        default: return false;
+// Frequency of an m/z. Law::None leaves the mass.
+template <Law L>
+double law_freq(const LawTerms& t, double m) {
+    if constexpr (L == Law::TwoTerm) {
+        return (std::sqrt(std::max(0.0, t.A * t.A + 4.0 * m * t.V * t.B)) + t.A) / (2.0 * m);
+    } else if constexpr (L == Law::Inverted) {
+        return t.Ct / (m * m) + t.A / m + t.B;
+    } else if constexpr (L == Law::ThreeTerm) {
+        return (std::sqrt(std::max(0.0, t.B * t.B + 4.0 * t.V * t.Ct * (m - t.A))) + t.B) / (2.0 * (m - t.A));
+    } else if constexpr (L == Law::BrukerShort) {
+        // The sign of B differs from the quadratic branch; both are in use.
+        return t.A / m - t.B;
+    } else if constexpr (L == Law::BrukerQuadratic) {
+        return t.A / m + t.Ct / (m * m) + t.B;
+    } else {
+        return m;
     }
 }
 
-// Point to mass without the walking table: the detection mode, then the law.
-// An unknown mode leaves the point as the frequency; an unknown type leaves
-// the frequency as the result.
+// Point to mass without the walking table, over arrays: the detection mode,
+// then the law. An unknown mode leaves the point as the frequency; a type
+// without a law leaves the frequency as the result. The mode and the law are
+// resolved once, outside the loop.
+void points_to_masses(const Spectrum& s, std::span<const double> in, std::span<double> out, double bruker_threshold) {
+    const std::size_t n = std::min(in.size(), out.size());
+    const AxisTerms a = axis_terms(s);
+    const LawTerms t = law_terms(s);
+    const int caltype = s.caltype == CALTYPE_WALKING ? int{CALTYPE_TWO_TERM} : s.caltype;
+    with_law(select_law(s, caltype, bruker_threshold), [&](auto L) {
+        const bool known = with_mode(s.detectmode, [&](auto M) {
+            for (std::size_t i = 0; i < n; ++i) out[i] = law_mass<L()>(t, mode_freq<M()>(a, in[i]));
+        });
+        if (!known)
+            for (std::size_t i = 0; i < n; ++i) out[i] = law_mass<L()>(t, in[i]);
+    });
+}
+
+// Mass to point over arrays: the law reversed (a type without a law leaves the
+// mass), then the detection mode (an unknown mode leaves the frequency).
+void masses_to_points(const Spectrum& s, std::span<const double> in, std::span<double> out, double bruker_threshold) {
+    const std::size_t n = std::min(in.size(), out.size());
+    const AxisTerms a = axis_terms(s);
+    const LawTerms t = law_terms(s);
+    with_law(select_law(s, s.caltype, bruker_threshold), [&](auto L) {
+        const bool known = with_mode(s.detectmode, [&](auto M) {
+            for (std::size_t i = 0; i < n; ++i) out[i] = mode_point<M()>(a, law_freq<L()>(t, in[i]));
+        });
+        if (!known)
+            for (std::size_t i = 0; i < n; ++i) out[i] = law_freq<L()>(t, in[i]);
+    });
+}
+
 double point_to_mass_plain(const Spectrum& s, double p, double bruker_threshold) {
-    double v = p;
-    point_to_freq(s, v, v);
-    int caltype = s.caltype;
-    if (caltype == CALTYPE_WALKING) caltype = CALTYPE_TWO_TERM;
-    freq_to_mass(s, caltype, v, bruker_threshold, v);
-    return v;
+    double m = p;
+    points_to_masses(s, std::span<const double>(&p, 1), std::span<double>(&m, 1), bruker_threshold);
+    return m;
 }
 
-// Mass to point: the law reversed (an unknown type leaves the mass), then the
-// detection mode (an unknown mode leaves the frequency).
 double mass_to_point(const Spectrum& s, double m, double bruker_threshold) {
-    double v = m;
-    mass_to_freq(s, s.caltype, v, bruker_threshold, v);
-    freq_to_point(s, v, v);
-    return v;
+    double p = m;
+    masses_to_points(s, std::span<const double>(&m, 1), std::span<double>(&p, 1), bruker_threshold);
+    return p;
 }
 
 std::size_t common_size(std::size_t a, std::size_t b) { return std::min(a, b); }
@@ -165,7 +232,7 @@ void walking_impl(const Spectrum& s, std::span<const double> points, std::span<d
     const std::size_t R =
         s.walkingregions > 0 ? std::min<std::size_t>(static_cast<std::size_t>(s.walkingregions), s.walking.size()) : 0;
     if (R == 0) {
-        for (std::size_t i = 0; i < n; ++i) masses[i] = point_to_mass_plain(s, points[i], fallback_threshold);
+        points_to_masses(s, points, masses, fallback_threshold);
         return;
     }
     // The table was built on direct spectra: the detection mode is not applied.
@@ -237,12 +304,18 @@ void walking_impl(const Spectrum& s, std::span<const double> points, std::span<d
 
 void Pt_tofreq(const Spectrum& s, std::span<const double> points, std::span<double> freqs) {
     const std::size_t n = common_size(points.size(), freqs.size());
-    for (std::size_t i = 0; i < n; ++i) point_to_freq(s, points[i], freqs[i]);
+    const AxisTerms a = axis_terms(s);
+    with_mode(s.detectmode, [&](auto M) {
+        for (std::size_t i = 0; i < n; ++i) freqs[i] = mode_freq<M()>(a, points[i]);
+    });
 }
 
 void Freq_topt(const Spectrum& s, std::span<const double> freqs, std::span<double> points) {
     const std::size_t n = common_size(freqs.size(), points.size());
-    for (std::size_t i = 0; i < n; ++i) freq_to_point(s, freqs[i], points[i]);
+    const AxisTerms a = axis_terms(s);
+    with_mode(s.detectmode, [&](auto M) {
+        for (std::size_t i = 0; i < n; ++i) points[i] = mode_point<M()>(a, freqs[i]);
+    });
 }
 
 void Pt_tomass(const Spectrum& s, std::span<const double> points, std::span<double> masses, Ui* console) {
@@ -250,23 +323,20 @@ void Pt_tomass(const Spectrum& s, std::span<const double> points, std::span<doub
         walking_impl(s, points, masses, BRUKER_CT_PT_TOMASS, console);
         return;
     }
-    const std::size_t n = common_size(points.size(), masses.size());
-    for (std::size_t i = 0; i < n; ++i) masses[i] = point_to_mass_plain(s, points[i], BRUKER_CT_PT_TOMASS);
+    points_to_masses(s, points, masses, BRUKER_CT_PT_TOMASS);
 }
 
 void Freq_tomass(const Spectrum& s, std::span<const double> freqs, std::span<double> masses) {
     const std::size_t n = common_size(freqs.size(), masses.size());
-    const int caltype = s.caltype == CALTYPE_WALKING ? CALTYPE_TWO_TERM : s.caltype;
-    for (std::size_t i = 0; i < n; ++i) {
-        double v = freqs[i];
-        freq_to_mass(s, caltype, v, BRUKER_CT_FREQ_TOMASS, v);
-        masses[i] = v;
-    }
+    const int caltype = s.caltype == CALTYPE_WALKING ? int{CALTYPE_TWO_TERM} : s.caltype;
+    const LawTerms t = law_terms(s);
+    with_law(select_law(s, caltype, BRUKER_CT_FREQ_TOMASS), [&](auto L) {
+        for (std::size_t i = 0; i < n; ++i) masses[i] = law_mass<L()>(t, freqs[i]);
+    });
 }
 
 void Mass_topt(const Spectrum& s, std::span<const double> masses, std::span<double> points) {
-    const std::size_t n = common_size(masses.size(), points.size());
-    for (std::size_t i = 0; i < n; ++i) points[i] = mass_to_point(s, masses[i], BRUKER_CT_MASS_TOPT);
+    masses_to_points(s, masses, points, BRUKER_CT_MASS_TOPT);
 }
 
 void Pt_tomass_walking(const Spectrum& s, std::span<const double> points, std::span<double> masses, Ui* console) {
@@ -282,28 +352,27 @@ double SPt_tomass(const Spectrum& s, double point) {
     double f = 1.0;  // the frequency of an unknown detection mode
     point_to_freq(s, point, f);
 
-    const double A = s.Aterm, B = s.Bterm, Ct = s.Cterm;
-    const double V = std::fabs(s.Trapvoltage);
+    const LawTerms t = law_terms(s);
     double m = 1.0;  // the mass of an unknown calibration type
     switch (s.caltype) {
         case CALTYPE_TWO_TERM:
         case CALTYPE_WALKING:
         case CALTYPE_WALKING_SECOND:
-            if (is_bruker_law(s, s.caltype)) {
+            if (s.filetype == FILETYPE_BRUKER && s.caltype != CALTYPE_WALKING_SECOND) {
                 // This single form switches on the sign of the third term, not on
                 // its size like the others.
-                if (Ct >= 0.0) {
-                    m = A / (f + B);
+                if (t.Ct >= 0.0) {
+                    m = law_mass<Law::BrukerShort>(t, f);
                 } else {
-                    m = bruker_quadratic_mass(s, f);
-                    if (s.rootselect != 0 && m < 1.0) m = 1.0;
+                    m = law_mass<Law::BrukerQuadratic>(t, f);
+                    if (t.positive_root && m < 1.0) m = 1.0;
                 }
             } else {
-                m = A / f + B * V / (f * f);
+                m = t.A / f + t.B * t.V / (f * f);
             }
             break;
-        case CALTYPE_INVERTED:
-        case CALTYPE_THREE_TERM: freq_to_mass(s, s.caltype, f, BRUKER_CT_ONE_PT_TOMASS, m); break;
+        case CALTYPE_INVERTED: m = law_mass<Law::Inverted>(t, f); break;
+        case CALTYPE_THREE_TERM: m = law_mass<Law::ThreeTerm>(t, f); break;
         default: break;
     }
     if (m < 0.0) m = MASS_OUT_OF_LAW;
@@ -315,8 +384,9 @@ double SMass_toPt(const Spectrum& s, double mass) {
     const double A = s.Aterm, B = s.Bterm, Ct = s.Cterm;
     const double V = s.Trapvoltage == 0.0 ? 1.0 : std::fabs(s.Trapvoltage);
     double f = 1.0;  // the frequency of an unknown calibration type
-    if (is_bruker_law(s, s.caltype)) {
-        mass_to_freq(s, s.caltype, mass, BRUKER_CT_SMASS_TOPT, f);
+    const Law law = select_law(s, s.caltype, BRUKER_CT_SMASS_TOPT);
+    if (law == Law::BrukerShort || law == Law::BrukerQuadratic) {
+        with_law(law, [&](auto L) { f = law_freq<L()>(law_terms(s), mass); });
     } else if (s.caltype == CALTYPE_TWO_TERM || s.caltype == CALTYPE_WALKING) {
         // The rationalised root: same value as the array form, other rounding.
         f = 2.0 * B * V / (std::sqrt(std::max(0.0, A * A + 4.0 * B * V * mass)) - A);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <pugixml.hpp>
 
 #include "platform/ui.hpp"
 #include "workspace/conversions.hpp"
@@ -514,6 +515,32 @@ TEST(Conversions, MismatchedAndEmptyArraysAreSafe) {
     s.datacount = 0;  // a broken header: arithmetic values, no crash
     EXPECT_EQ(SPt_tofreq(s, 5), std::numeric_limits<double>::infinity());
     EXPECT_EQ(SMass_toPt(s, 500.0), 0.0);
+}
+
+// A real Bruker method: its excitation range in m/z and its frequency limits
+// are tied by the short two-term form, f = A/m - B, with A = ML1 and B = ML2.
+TEST(Conversions, BrukerShortFormMatchesARealMethodFile) {
+    const std::string path = std::string(VANTORIX_SHARED_DATA) +
+                             "/bruker/histonepeptide_ms2_000002.d/ESI_pos_12032018.m/apexAcquisition.method";
+    pugi::xml_document doc;
+    if (!doc.load_file(path.c_str())) GTEST_SKIP() << "no shared data at " << path;
+    auto param = [&](const char* name) {
+        for (const auto& x : doc.select_nodes("//param"))
+            if (std::string(x.node().child_value("name")) == name) return std::stod(x.node().child_value("value"));
+        return NaN;
+    };
+    Spectrum s = defaults();
+    s.filetype = FILETYPE_BRUKER;
+    s.Aterm = param("ML1");
+    s.Bterm = param("ML2");
+    s.Cterm = 0.0;
+    s.dbandwidth = 1048576.0;
+    s.datacount = 1048576;  // 1 Hz a point
+    ASSERT_FALSE(std::isnan(s.Aterm + s.Bterm));
+    EXPECT_NEAR(mass_topt(s, param("EXC_hi")), param("FR_low"), 1e-6);
+    EXPECT_NEAR(SMass_toPt(s, param("EXC_low")), param("SW_h"), 0.01);
+    EXPECT_NEAR(freq_tomass(s, param("FR_low")), param("EXC_hi"), 1e-9);
+    EXPECT_NEAR(SPt_tomass(s, param("SW_h")), param("EXC_low"), 1e-5);
 }
 
 }  // namespace
