@@ -176,9 +176,15 @@ BatchPeakListOptions options_of(const Spectrum& s, double noise, double threshol
     return o;
 }
 
-// The number the run-time's scanner finds from a column on (0 past the end).
+// The number of the field at a column: a column inside a number reads that
+// whole number, a column in the blanks before one reads the next; 0 past the
+// end. The rows' fields are right-aligned with variable widths, so a fixed
+// column often lands inside a value.
 double real_at(const std::string& line, std::size_t column) {
-    return column < line.size() ? scan_real(std::string_view(line).substr(column)) : 0.0;
+    if (column >= line.size()) return 0.0;
+    auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
+    while (column > 0 && !is_blank(line[column]) && !is_blank(line[column - 1])) --column;
+    return scan_real(std::string_view(line).substr(column));
 }
 
 bool read_line(std::FILE* f, std::string& line) {
@@ -218,6 +224,10 @@ std::string table_peak_list_path(const std::string& source) {
 
 std::string batch_peak_list_text(const Spectrum& s, const BatchPeakListOptions& o) {
     return batch_text(s, o.noise_threshold, o.peak_threshold, o.low_mass, o.high_mass, o, false);
+}
+
+int write_batch_peak_list(const std::string& path, const Spectrum& s, const BatchPeakListOptions& o, Ui& ui) {
+    return write_text_file(path, batch_peak_list_text(s, o), ui);
 }
 
 int SavePeakList(const Spectrum& s, const std::string& basepath, double noise, int scanindex, int precision,

@@ -44,6 +44,10 @@ struct BatchPeakListOptions {
 // The batch form as text (LF line ends; the writers turn them into CR LF).
 std::string batch_peak_list_text(const Spectrum& spectrum, const BatchPeakListOptions& options);
 
+// The batch form into a file of the caller's choosing. Returns 0 or -1 after a message.
+int write_batch_peak_list(const std::string& path, const Spectrum& spectrum, const BatchPeakListOptions& options,
+                          Ui& ui);
+
 // Writers of the batch form into peak_list_path(basepath, ...). They return 0,
 // or -1 after a message when the file cannot be written.
 int SavePeakList(const Spectrum& spectrum, const std::string& basepath, double noise, int scanindex, int precision,

@@ -6,9 +6,8 @@
 #include <limits>
 
 #include <fmt/format.h>
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
+#include <atomic>
+#include <thread>
 
 #include "peaks/noise.hpp"
 #include "peaks/reborn.hpp"
@@ -314,7 +313,6 @@ int FindPeaksThread(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
     table.rows.clear();
     std::vector<Found> found;
     const int workers = std::clamp(st.thread_count, 1, 16);
-    tbb::task_arena arena(workers);
 
     auto ranges = notch_ranges(st.low_mass, st.high_mass, st.notches_on != 0, st.notches);
     for (auto it = ranges.rbegin(); it != ranges.rend(); ++it) {
@@ -368,11 +366,18 @@ int FindPeaksThread(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
                 if (accept_segment(s, seg, rs.lower, rs.upper, lv, f)) out.push_back(f);
             });
         };
-        arena.execute([&] {
-            tbb::parallel_for(tbb::blocked_range<long>(0, regions, 1), [&](const tbb::blocked_range<long>& r) {
-                for (long k = r.begin(); k != r.end(); ++k) run_region(k);
-            });
-        });
+        // Each worker takes the next region until none is left; every region
+        // writes only its own list, so the joined list is the same for any
+        // number of workers.
+        std::atomic<long> next{0};
+        auto worker = [&] {
+            for (long k = next++; k < regions; k = next++) run_region(k);
+        };
+        {
+            std::vector<std::jthread> pool;
+            for (int w = 1; w < std::min<long>(workers, regions); ++w) pool.emplace_back(worker);
+            worker();
+        }
         for (auto& list : lists)
             for (const Found& f : list)
                 if (found.empty() || found.back().apex != f.apex) found.push_back(f);

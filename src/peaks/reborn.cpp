@@ -58,7 +58,10 @@ std::vector<IndexRange> search_ranges(Spectrum& s, const Settings& st, bool subt
     }
 
     std::vector<IndexRange> ranges;
-    const auto mass_ranges = notch_ranges(s.initMz, s.finalMz, st.notches_on != 0, st.notches);
+    // Reversed limits stay reversed: first lies above last and nothing is found.
+    const auto mass_ranges = s.initMz > s.finalMz
+                                 ? std::vector<std::pair<double, double>>{{s.initMz, s.finalMz}}
+                                 : notch_ranges(s.initMz, s.finalMz, st.notches_on != 0, st.notches);
     for (auto it = mass_ranges.rbegin(); it != mass_ranges.rend(); ++it) {
         IndexRange r{first_of(it->second), last_of(it->first)};
         if (subtract_start) {
