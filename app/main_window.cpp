@@ -766,17 +766,21 @@ void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
 }
 
 void MainWindow::dropEvent(QDropEvent* event) {
-    const QList<QUrl> urls = event->mimeData()->urls();
+    QStringList paths;
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile()) paths << url.toLocalFile();
     event->acceptProposedAction();
-    for (const QUrl& url : urls) {
-        if (!url.isLocalFile()) continue;
-        // A full table ends the drop at the first file that finds no slot.
+    open_dropped(paths);
+}
+
+void MainWindow::open_dropped(const QStringList& paths) {
+    for (const QString& path : paths) {
         if (Get_New_Panel(*ws_) < 0) {
             ws_->active_panel = -1;
             ui_->MessagePopup("Warning", TOO_MANY_FILES);
             return;
         }
-        open_file(url.toLocalFile().toStdString(), ws_->settings.dragdrop_type);
+        open_file(path.toStdString(), ws_->settings.dragdrop_type);
     }
 }
 

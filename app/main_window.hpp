@@ -103,6 +103,9 @@ public:
     int process_active();
     int zero_out_active();
     void process_options();
+    // Files dropped on the main window, opened in turn through the reader of
+    // the drag-and-drop type; stops at the first that finds no free slot.
+    void open_dropped(const QStringList& paths);
     // "Close" on the active panel.
     int close_active();
     // Closes the window of slot (its close box).

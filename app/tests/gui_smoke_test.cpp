@@ -5,6 +5,9 @@
 #include <QImage>
 #include <QMdiArea>
 #include <QMdiSubWindow>
+#include <QMouseEvent>
+
+#include <qcustomplot.h>
 
 #include <algorithm>
 #include <cmath>
@@ -145,14 +148,41 @@ int main(int argc, char** argv) {
     CHECK(std::is_sorted(peaks.begin(), peaks.end(),
                          [](const vx::Peak& a, const vx::Peak& b) { return a.mass < b.mass; }));
 
+    // Mouse: a left click moves cursor 1 there; a right drag of 20 pixels or
+    // more zooms between its ends; "Zoom Last" undoes it.
+    {
+        QCustomPlot* plot = g->plot();
+        const QRect r = plot->axisRect()->rect();
+        const QPointF a(r.left() + 100, r.center().y()), b(r.left() + 400, r.center().y());
+        const double xa = plot->xAxis->pixelToCoord(a.x()), xb = plot->xAxis->pixelToCoord(b.x());
+        auto send = [&](QEvent::Type type, QPointF at, Qt::MouseButton button) {
+            QMouseEvent ev(type, at, plot->mapToGlobal(at), button,
+                           type == QEvent::MouseButtonRelease ? Qt::NoButton : button, Qt::NoModifier);
+            QApplication::sendEvent(plot, &ev);
+        };
+        send(QEvent::MouseButtonPress, a, Qt::LeftButton);
+        send(QEvent::MouseButtonRelease, a, Qt::LeftButton);
+        CHECK(g->cursor_x(1) == xa);
+        const double was_min = p.xmin, was_max = p.xmax;
+        send(QEvent::MouseButtonPress, a, Qt::RightButton);
+        send(QEvent::MouseButtonRelease, b, Qt::RightButton);
+        const double pa = vx::x_to_point(p, xa), pb = vx::x_to_point(p, xb);
+        CHECK(p.xmin == std::min(pa, pb) && p.xmax == std::max(pa, pb));
+        g->plot_command(vx::PLOT_ZOOM_LAST);
+        CHECK(p.xmin == was_min && p.xmax == was_max);
+    }
+
     g->plot_command(vx::PLOT_RELATIVE);
     CHECK(p.relativescale == 1);
 
-    // Fill the table: 32 windows open, the 33rd file gives the warning.
-    for (int i = 1; i < vx::MAX_PANELS; ++i) CHECK(window.open_file(path) == i);
-    CHECK(window.open_file(path) == -1);
+    // Fill the table: 31 from the menu, then a drop of two files opens the
+    // 32nd and stops at the second with the warning.
+    for (int i = 1; i < vx::MAX_PANELS - 1; ++i) CHECK(window.open_file(path) == i);
+    window.open_dropped({QString::fromStdString(path), QString::fromStdString(path)});
+    CHECK(window.graph(vx::MAX_PANELS - 1) != nullptr);
     CHECK(saw(ui, "Warning: Too many files open, close some files and reload."));
     CHECK(ws.active_panel == -1);
+    CHECK(window.open_file(path) == -1);
     // Closing windows: the active slot moves to the highest occupied one.
     for (int i = vx::MAX_PANELS - 1; i >= 1; --i) window.close_slot(i);
     QApplication::processEvents();
