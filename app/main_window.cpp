@@ -532,9 +532,7 @@ int MainWindow::open_file(const std::string& path, int type) {
 }
 
 int MainWindow::close_active() {
-    const int slot = ws_->active_panel;
     if (close_active_panel(*ws_, *ui_) < 0) return -1;
-    (void)slot;
     sync_windows();
     return 0;
 }

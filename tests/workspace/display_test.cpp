@@ -553,3 +553,81 @@ TEST(Display, ChromatogramsSumThePeakListsOfTheScans) {
 
 }  // namespace
 }  // namespace vx
+
+namespace vx {
+namespace {
+
+// A reader that fills a spectrum of the given domain, or fails with its message.
+PanelReader fake_reader(int domain, bool fail = false) {
+    return [domain, fail](Workspace& ws, const std::string&, int slot, Ui& ui) {
+        if (fail) {
+            ui.MessagePopup("File Error", "unreadable");
+            return -1;
+        }
+        Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+        s.data.assign(1 << 14, 1.0f);
+        s.datacount = 1 << 14;
+        s.domain = domain;
+        return 0;
+    };
+}
+
+TEST(OpeningRoad, DisplayFollowsTheDomainAndTheTableLimit) {
+    struct Case {
+        int domain, xmode, new_domain;
+    } cases[] = {
+        {DOMAIN_TIME, XMODE_TIME, DOMAIN_TIME},
+        {DOMAIN_FREQUENCY, XMODE_FREQUENCY, DOMAIN_FREQUENCY},
+        {DOMAIN_MASS, XMODE_MZ, DOMAIN_MASS},
+    };
+    for (const Case& c : cases) {
+        Workspace ws;
+        ws.settings.mass_zoom_limit = 2000.0;
+        RecordingUi ui;
+        ASSERT_EQ(open_data_file(ws, "/data/x.dat", FILETYPE_TULVA, fake_reader(c.domain), ui), 0);
+        const AnalysisPanel& p = ws.panels[0];
+        EXPECT_EQ(p.active, 1);
+        EXPECT_EQ(p.xmode, c.xmode);
+        EXPECT_EQ(p.spectrum.domain, c.new_domain);
+        EXPECT_EQ(p.spectrum.filename, "/data/x.dat");
+        EXPECT_DOUBLE_EQ(p.spectrum.hzppt, 1000000.0 / (1 << 14));
+        // Only the mass file took the first jump to the highest mass.
+        EXPECT_EQ(p.firstmasszoom, c.domain == DOMAIN_MASS ? 0 : 1);
+        if (c.domain == DOMAIN_MASS) EXPECT_DOUBLE_EQ(p.fullmin, SMass_toPt(p.spectrum, 2000.0));
+        else EXPECT_EQ(p.fullmin, 1.0);
+        EXPECT_TRUE(ui.messages.empty());
+    }
+
+    Workspace ws;
+    RecordingUi ui;
+    // A failing reader leaves the slot free and active_panel on it.
+    EXPECT_EQ(open_data_file(ws, "bad.dat", FILETYPE_TULVA, fake_reader(0, true), ui), -1);
+    EXPECT_EQ(ws.panels[0].active, 0);
+    EXPECT_EQ(ws.active_panel, 0);
+    for (int i = 0; i < MAX_PANELS; ++i)
+        ASSERT_EQ(open_data_file(ws, "t.dat", FILETYPE_TULVA, fake_reader(DOMAIN_TIME), ui), i);
+    ui.messages.clear();
+    EXPECT_EQ(open_data_file(ws, "t.dat", FILETYPE_TULVA, fake_reader(DOMAIN_TIME), ui), -1);
+    ASSERT_EQ(ui.messages.size(), 1u);
+    EXPECT_EQ(ui.messages[0].title, "Warning");
+    EXPECT_EQ(ui.messages[0].text, "Too many files open, close some files and reload.");
+    EXPECT_EQ(ws.active_panel, -1);
+
+    // "Close" walks back to the highest occupied slot.
+    ws.active_panel = 31;
+    ASSERT_EQ(close_active_panel(ws, ui), 0);
+    EXPECT_EQ(ws.active_panel, 30);
+    ws.active_panel = 5;
+    ASSERT_EQ(close_active_panel(ws, ui), 0);
+    EXPECT_EQ(ws.active_panel, 30);
+    EXPECT_TRUE(ws.panels[5].spectrum.data.empty());
+    ws.active_panel = 5;
+    ui.messages.clear();
+    EXPECT_EQ(close_active_panel(ws, ui), -1);
+    EXPECT_TRUE(ui.saw("Operator Error", "No Spectrum Chosen"));
+    // The freed slot is the next one taken.
+    EXPECT_EQ(open_data_file(ws, "t.dat", FILETYPE_TULVA, fake_reader(DOMAIN_TIME), ui), 5);
+}
+
+}  // namespace
+}  // namespace vx
