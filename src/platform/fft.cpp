@@ -8,7 +8,7 @@ namespace vx {
 
 namespace {
 
-enum class Kind { RealForward, ComplexForwardInplace };
+enum class Kind { RealForward, RealForwardInplace, ComplexForwardInplace };
 
 using Key = std::tuple<int, int, int, int>;  // kind, n, alignment of in, alignment of out
 
@@ -41,7 +41,7 @@ fftwf_plan plan_for(Kind kind, int n, float* in, float* out) {
     if (auto it = c.plans.find(key); it != c.plans.end()) return it->second;
     fftwf_plan p = nullptr;
     const unsigned flags = FFTW_ESTIMATE;
-    if (kind == Kind::RealForward) {
+    if (kind == Kind::RealForward || kind == Kind::RealForwardInplace) {
         p = fftwf_plan_dft_r2c_1d(n, in, reinterpret_cast<fftwf_complex*>(out), flags);
     } else {
         auto* z = reinterpret_cast<fftwf_complex*>(in);
@@ -61,6 +61,14 @@ int fft_forward_real(const float* in, fftwf_complex* out, int n) {
     fftwf_plan p = plan_for(Kind::RealForward, n, src, reinterpret_cast<float*>(out));
     if (!p) return -1;
     fftwf_execute_dft_r2c(p, src, out);
+    return 0;
+}
+
+int fft_forward_real_inplace(float* data, int n) {
+    if (n < 1 || !data) return -1;
+    fftwf_plan p = plan_for(Kind::RealForwardInplace, n, data, data);
+    if (!p) return -1;
+    fftwf_execute_dft_r2c(p, data, reinterpret_cast<fftwf_complex*>(data));
     return 0;
 }
 

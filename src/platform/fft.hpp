@@ -18,6 +18,10 @@ namespace vx {
 // in and out must not overlap. Returns 0, or -1 when no plan could be made.
 int fft_forward_real(const float* in, fftwf_complex* out, int n);
 
+// The same in place: data holds n floats and room for n + 2; afterwards it
+// holds the n/2 + 1 complex values.
+int fft_forward_real_inplace(float* data, int n);
+
 // Forward complex transform of n complex values in place, no scaling.
 int fft_forward_complex_inplace(fftwf_complex* data, int n);
 

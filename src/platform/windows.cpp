@@ -17,37 +17,51 @@ constexpr double PI = std::numbers::pi;
 // rounding of the recurrence never runs over more than one block.
 constexpr std::size_t BLOCK = 4096;
 
-// data[i] *= a - b cos(step * i) for 0 <= i < n.
-void raised_cosine(float* data, std::size_t n, double a, double b, double step) {
-    const std::size_t blocks = (n + BLOCK - 1) / BLOCK;
-    const double cd = std::cos(step), sd = std::sin(step);
+// data[i] = (data[i] - offset) * (a - b cos(step * i)) for 0 <= i < n. The
+// window is symmetric, so each weight serves i and n - 1 - i; four interleaved
+// rotations keep the recurrence from being one long chain of dependencies.
+void raised_cosine(float* data, std::size_t n, double a, double b, double step, float offset) {
+    const std::size_t half = (n + 1) / 2;
+    const std::size_t blocks = (half + BLOCK - 1) / BLOCK;
+    const double c4 = std::cos(4.0 * step), s4 = std::sin(4.0 * step);
     tbb::parallel_for(std::size_t{0}, blocks, [&](std::size_t blk) {
         const std::size_t lo = blk * BLOCK;
-        const std::size_t hi = std::min(n, lo + BLOCK);
-        double c = std::cos(step * static_cast<double>(lo));
-        double s = std::sin(step * static_cast<double>(lo));
+        const std::size_t hi = std::min(half, lo + BLOCK);
+        double c[4], s[4];
+        for (int r = 0; r < 4; ++r) {
+            c[r] = std::cos(step * static_cast<double>(lo + r));
+            s[r] = std::sin(step * static_cast<double>(lo + r));
+        }
+        double w[BLOCK];
+        for (std::size_t i = lo; i < hi; i += 4) {
+            for (int r = 0; r < 4; ++r) {
+                w[i - lo + r] = a - b * c[r];
+                const double cn = c[r] * c4 - s[r] * s4;
+                s[r] = s[r] * c4 + c[r] * s4;
+                c[r] = cn;
+            }
+        }
         for (std::size_t i = lo; i < hi; ++i) {
-            data[i] = static_cast<float>(static_cast<double>(data[i]) * (a - b * c));
-            const double cn = c * cd - s * sd;
-            s = s * cd + c * sd;
-            c = cn;
+            data[i] = static_cast<float>(static_cast<double>(data[i] - offset) * w[i - lo]);
+            const std::size_t j = n - 1 - i;
+            if (j != i) data[j] = static_cast<float>(static_cast<double>(data[j] - offset) * w[i - lo]);
         }
     });
 }
 
 }  // namespace
 
-void WinHann(float* data, std::size_t n) {
+void WinHann(float* data, std::size_t n, float offset) {
     if (!data || n < 3) return;
-    raised_cosine(data, n, 0.5, 0.5, 2.0 * PI / static_cast<double>(n - 1));
+    raised_cosine(data, n, 0.5, 0.5, 2.0 * PI / static_cast<double>(n - 1), offset);
 }
 
-void WinHamming(float* data, std::size_t n) {
+void WinHamming(float* data, std::size_t n, float offset) {
     if (!data || n < 3) return;
-    raised_cosine(data, n, 0.54, 0.46, 2.0 * PI / static_cast<double>(n - 1));
+    raised_cosine(data, n, 0.54, 0.46, 2.0 * PI / static_cast<double>(n - 1), offset);
 }
 
-void WinKaiser(float* data, std::size_t n, double alpha) {
+void WinKaiser(float* data, std::size_t n, double alpha, float offset) {
     if (!data || n < 2) return;
     const double half = static_cast<double>(n - 1) / 2.0;
     const double b = std::fabs(alpha) * half;
@@ -63,7 +77,7 @@ void WinKaiser(float* data, std::size_t n, double alpha) {
             const double e = x - b;
             double w = 0.0;
             if (e > -745.0) w = gsl_sf_bessel_I0_scaled(x) / norm * std::exp(e);
-            data[i] = static_cast<float>(static_cast<double>(data[i]) * w);
+            data[i] = static_cast<float>(static_cast<double>(data[i] - offset) * w);
         }
     });
 }

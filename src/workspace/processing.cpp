@@ -43,17 +43,6 @@ std::size_t span_of(const Spectrum& s, long long count) {
     return std::min<std::size_t>(static_cast<std::size_t>(count), s.data.size());
 }
 
-// Owns a buffer from FFTW's allocator (aligned for its vector code).
-struct FftwBuffer {
-    fftwf_complex* p = nullptr;
-    explicit FftwBuffer(std::size_t n) : p(fftwf_alloc_complex(n)) {}
-    ~FftwBuffer() {
-        if (p) fftwf_free(p);
-    }
-    FftwBuffer(const FftwBuffer&) = delete;
-    FftwBuffer& operator=(const FftwBuffer&) = delete;
-};
-
 // The plot commands "full view" (and the x mode) on one slot.
 void show_full_view(Workspace& ws, int slot, int xmode) {
     AnalysisPanel& p = ws.panels[static_cast<std::size_t>(slot)];
@@ -92,7 +81,9 @@ void copy_calibration(const Spectrum& from, Spectrum& to) {
 void Truncate(Spectrum& s, int count) {
     long long n = s.datacount;
     for (int i = 0; i < count && n > 0; ++i) n /= 2;
-    std::vector<float> shorter(static_cast<std::size_t>(std::max<long long>(n, 0)), 0.0f);
+    std::vector<float> shorter;
+    shorter.reserve(static_cast<std::size_t>(std::max<long long>(n, 0)) + 2);  // room for the in-place transform
+    shorter.resize(static_cast<std::size_t>(std::max<long long>(n, 0)), 0.0f);
     const std::size_t keep = std::min(shorter.size(), s.data.size());
     std::copy_n(s.data.begin(), keep, shorter.begin());
     release(s.data);
@@ -112,7 +103,9 @@ int Zerofill(Spectrum& s, int count, Ui& ui) {
             return -1;
         }
     }
-    std::vector<float> longer(static_cast<std::size_t>(n), 0.0f);
+    std::vector<float> longer;
+    longer.reserve(static_cast<std::size_t>(n) + 2);  // room for the in-place transform
+    longer.resize(static_cast<std::size_t>(n), 0.0f);
     const std::size_t keep = std::min(longer.size(), s.data.size());
     std::copy_n(s.data.begin(), keep, longer.begin());
     release(s.data);
@@ -135,10 +128,19 @@ void Zeroout(Spectrum& s, double position1, double position2) {
     for (std::size_t i = first; i < end && i < s.data.size(); ++i) s.data[i] = 0.0f;
 }
 
+namespace {
+// Mean over storedcount points when that is nonzero, else over datacount points.
+float baseline_mean(const Spectrum& s) {
+    const std::size_t n = span_of(s, s.storedcount != 0 ? s.storedcount : s.datacount);
+    if (n == 0) return 0.0f;
+    return static_cast<float>(sum_of(s.data.data(), n) / static_cast<double>(n));
+}
+}  // namespace
+
 void Baseline_Correct(Spectrum& s) {
     const std::size_t n = span_of(s, s.storedcount != 0 ? s.storedcount : s.datacount);
     if (n == 0) return;
-    const float mean = static_cast<float>(sum_of(s.data.data(), n) / static_cast<double>(n));
+    const float mean = baseline_mean(s);
     float* d = s.data.data();
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, n, GRAIN), [d, mean](const tbb::blocked_range<std::size_t>& r) {
         for (std::size_t i = r.begin(); i != r.end(); ++i) d[i] -= mean;
@@ -195,26 +197,40 @@ int Fourier_Transform(Spectrum& s, Ui& ui, bool timing) {
     const auto t0 = std::chrono::steady_clock::now();
 
     if (!quadrature) {
-        // Packed real transform: R0, (R1, I1), ..., the Nyquist term is dropped.
+        // Real transform in place: the array gets room for the N/2 + 1 complex
+        // values (the chain's own arrays are allocated with it), so no second
+        // array exists during the transform and none has to be faulted in.
         const std::size_t half = static_cast<std::size_t>(N / 2);
-        FftwBuffer spec(half + 1);
-        if (!spec.p || fft_forward_real(s.data.data(), spec.p, static_cast<int>(N)) < 0) {
+        if (s.data.capacity() < static_cast<std::size_t>(N) + 2) {
+            std::vector<float> room;
+            room.reserve(static_cast<std::size_t>(N) + 2);
+            room.assign(s.data.begin(), s.data.end());
+            release(s.data);
+            s.data = std::move(room);
+        }
+        s.data.resize(static_cast<std::size_t>(N) + 2);
+        auto* z = reinterpret_cast<fftwf_complex*>(s.data.data());
+        if (fft_forward_real_inplace(s.data.data(), static_cast<int>(N)) < 0) {
+            s.data.resize(static_cast<std::size_t>(N));
             ui.MessagePopup("Transform Error", fmt::format("No transform of {} points could be planned.", N));
             return -1;
         }
-        release(s.data);  // the transient is gone before the spectrum is allocated
         // The scale is formed in single precision from the float of N, and the
         // first point (kept signed) is multiplied by it twice: every stored
         // spectrum and threshold carries exactly these values.
         const float scale = 1000000.0f / static_cast<float>(N);
-        std::vector<float> out(half);
-        const fftwf_complex* z = spec.p;
-        out[0] = (z[0][0] * scale) * scale;
-        tbb::parallel_for(tbb::blocked_range<std::size_t>(1, half, GRAIN), [&](const tbb::blocked_range<std::size_t>& r) {
-            for (std::size_t k = r.begin(); k != r.end(); ++k)
-                out[k] = std::sqrt(z[k][0] * z[k][0] + z[k][1] * z[k][1]) * scale;
-        });
-        s.data = std::move(out);
+        float* out = s.data.data();
+        const float first = (z[0][0] * scale) * scale;
+        // Packed R0, (R1, I1), ...: point k is written at k while its pair is
+        // read from 2k and 2k + 1, so one forward pass never overwrites a value
+        // it still needs. The Nyquist term is dropped.
+        for (std::size_t k = 1; k < half; ++k) {
+            const float re = out[2 * k], im = out[2 * k + 1];
+            out[k] = std::sqrt(re * re + im * im) * scale;
+        }
+        out[0] = first;
+        s.data.resize(half);
+        s.data.shrink_to_fit();
         s.datacount = static_cast<std::int32_t>(half);
     } else {
         // N floats are N/2 complex points, transformed in place.
@@ -410,8 +426,15 @@ int Process_Data(Spectrum& s, const Settings& o, Ui& ui) {
     // The window covers the samples the file held, never the padded tail.
     const std::size_t n = span_of(s, s.storedcount != 0 ? s.storedcount : s.datacount);
 
+    const bool symmetric_window =
+        (o.apodization == APOD_HAMMING || o.apodization == APOD_HANN || o.apodization == APOD_KAISER) && n >= 3;
+    float offset = 0.0f;
     if (!(s.detectmode == DETECT_QUADRATURE && s.reffreq == 0.0)) {
-        Baseline_Correct(s);
+        // The mean is removed whatever the "Baseline Correct" box says. With a
+        // symmetric window it is subtracted in the window's own pass: the same
+        // float operations in the same order, one pass over the data fewer.
+        if (symmetric_window) offset = baseline_mean(s);
+        else Baseline_Correct(s);
         s.baselinecorrected = 1;
     } else {
         Remove_Channel_Offsets(s);
@@ -420,11 +443,11 @@ int Process_Data(Spectrum& s, const Settings& o, Ui& ui) {
 
     switch (o.apodization) {
         case APOD_QUARTER_SINE: QuarterSineWin(s.data.data(), n); break;
-        case APOD_HAMMING: WinHamming(s.data.data(), n); break;
-        case APOD_HANN: WinHann(s.data.data(), n); break;
+        case APOD_HAMMING: WinHamming(s.data.data(), n, offset); break;
+        case APOD_HANN: WinHann(s.data.data(), n, offset); break;
         case APOD_HALF_HANN: HalfApod(s, 1, 0, ui); break;
         case APOD_HALF_HAMMING: HalfApod(s, 2, 0, ui); break;
-        case APOD_KAISER: WinKaiser(s.data.data(), n, 6.0); break;
+        case APOD_KAISER: WinKaiser(s.data.data(), n, 6.0, offset); break;
         default: break;
     }
     s.apodization = o.apodization;

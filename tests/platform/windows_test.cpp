@@ -96,6 +96,28 @@ TEST(Windows, KaiserScalesAlphaByTheHalfLength) {
     EXPECT_GT(w[n / 2 + 100], 0.5f);
 }
 
+TEST(Windows, OffsetIsRemovedInTheSamePass) {
+    // (x - offset) * w, rounded as a subtraction in float and then the weighting.
+    const std::size_t n = 1001;
+    std::vector<float> x(n);
+    for (std::size_t i = 0; i < n; ++i) x[i] = 3.25f + 0.001f * static_cast<float>(i % 17);
+    for (int kind = 0; kind < 3; ++kind) {
+        auto fused = x, separate = x;
+        for (float& v : separate) v -= 3.3f;
+        if (kind == 0) {
+            WinHann(fused.data(), n, 3.3f);
+            WinHann(separate.data(), n);
+        } else if (kind == 1) {
+            WinHamming(fused.data(), n, 3.3f);
+            WinHamming(separate.data(), n);
+        } else {
+            WinKaiser(fused.data(), n, 0.01, 3.3f);
+            WinKaiser(separate.data(), n, 0.01);
+        }
+        EXPECT_EQ(fused, separate) << kind;
+    }
+}
+
 TEST(Windows, QuarterSineTapersOnlyTheOuterQuarters) {
     const std::size_t n = 16;
     auto w = ones(n);
