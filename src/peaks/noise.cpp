@@ -4,7 +4,7 @@
 #include <cmath>
 #include <vector>
 
-#include <gsl/gsl_statistics_double.h>
+#include <Eigen/Core>
 
 #include "workspace/conversions.hpp"
 
@@ -29,9 +29,15 @@ double histogram_noise_impl(std::span<double> stats, std::span<const T> counted,
                             double* width) {
     double median = 0.0, deviation = 0.0;
     if (!stats.empty()) {
+        const auto n = static_cast<Eigen::Index>(stats.size());
+        const Eigen::Map<const Eigen::ArrayXd> a(stats.data(), n);
         // The deviation has the n - 1 divisor; one sample has none.
-        if (stats.size() > 1) deviation = gsl_stats_sd(stats.data(), 1, stats.size());
-        median = gsl_stats_median(stats.data(), 1, stats.size());
+        if (n > 1) deviation = std::sqrt((a - a.mean()).square().sum() / static_cast<double>(n - 1));
+        // Median: the middle sample, or the mean of the two middle ones.
+        const auto middle = stats.begin() + n / 2;
+        std::nth_element(stats.begin(), middle, stats.end());
+        median = *middle;
+        if (n % 2 == 0) median = (median + *std::max_element(stats.begin(), middle)) / 2.0;
     }
     const double step = deviation / step_divisor;
 
@@ -46,10 +52,26 @@ double histogram_noise_impl(std::span<double> stats, std::span<const T> counted,
                          std::none_of(level.begin(), level.end(), [](double v) { return std::isnan(v); });
     if (ordered) {
         std::array<long, LEVELS + 1> bin{};
-        for (const T sample : counted) {
-            const double x = static_cast<double>(sample);
-            const auto first_above = std::upper_bound(level.begin(), level.end(), x) - level.begin();
-            ++bin[static_cast<std::size_t>(first_above)];
+        if (step > 0.0 && std::isfinite(step)) {
+            // The level grid is regular above 0: a first guess from the
+            // arithmetic, then exact comparisons with the stored levels.
+            const double inverse = 1.0 / step;
+            for (const T sample : counted) {
+                const double x = static_cast<double>(sample);
+                double guess = std::floor((x - median) * inverse) + (CENTRE_LEVEL + 1);
+                if (!(guess >= 0.0)) guess = 0.0;  // also NaN
+                if (guess > LEVELS) guess = LEVELS;
+                int k = static_cast<int>(guess);
+                while (k > 0 && level[static_cast<std::size_t>(k - 1)] > x) --k;
+                while (k < LEVELS && !(level[static_cast<std::size_t>(k)] > x)) ++k;
+                ++bin[static_cast<std::size_t>(k)];
+            }
+        } else {
+            for (const T sample : counted) {
+                const double x = static_cast<double>(sample);
+                const auto first_above = std::upper_bound(level.begin(), level.end(), x) - level.begin();
+                ++bin[static_cast<std::size_t>(first_above)];
+            }
         }
         long running = 0;
         for (int k = 0; k < LEVELS; ++k) {
