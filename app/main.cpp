@@ -58,14 +58,20 @@ int main(int argc, char** argv) {
     if (!screenshot) {
         window.show_title_panel(1000);
         QTimer::singleShot(1000, &window, [&window] { window.show(); });
-        for (const QString& f : parser.positionalArguments()) window.open_file(f.toStdString());
+        for (const QString& f : parser.positionalArguments()) {
+            if (f.endsWith(".pks", Qt::CaseInsensitive)) window.open_peak_list(f.toStdString());
+            else window.open_file(f.toStdString());
+        }
         return app.exec();
     }
 
     window.show();
     int status = 0;
-    for (const QString& f : parser.positionalArguments())
-        if (window.open_file(f.toStdString()) < 0) status = 1;
+    for (const QString& f : parser.positionalArguments()) {
+        const int slot = f.endsWith(".pks", Qt::CaseInsensitive) ? window.open_peak_list(f.toStdString())
+                                                                 : window.open_file(f.toStdString());
+        if (slot < 0) status = 1;
+    }
     if (parser.isSet(process) && window.process_active() < 0) status = 1;
     if (vx::GraphWindow* g = window.active_graph()) {
         if (parser.isSet(mz)) g->plot_command(vx::PLOT_MZ);

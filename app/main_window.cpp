@@ -7,6 +7,7 @@
 #include <QDockWidget>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMdiArea>
@@ -24,6 +25,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "formats/peak_list.hpp"
+#include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
 #include "qt_ui.hpp"
 #include "peaks/find_peaks.hpp"
@@ -72,6 +75,8 @@ GraphWindow::GraphWindow(MainWindow* main, int slot) : QWidget(nullptr), main_(m
     trace2_ = plot_->addGraph();
     trace2_->setPen(QPen(Qt::blue));
     trace2_->setAdaptiveSampling(false);
+    curve_ = new QCPCurve(plot_->xAxis, plot_->yAxis);
+    curve_->setPen(QPen(Qt::red));
     const QColor colours[3] = {QColor(0, 130, 0), QColor(0, 0, 200), QColor(160, 0, 160)};
     for (int i = 0; i < 3; ++i) {
         cursors_[i] = new QCPItemStraightLine(plot_);
@@ -191,12 +196,20 @@ void GraphWindow::redraw() {
         keys[i] = arrays_.x[static_cast<std::size_t>(i)];
         values[i] = arrays_.y[static_cast<std::size_t>(i)];
     }
+    // A graph trace needs ascending x; other data (peak sticks) are joined in
+    // the order of their arrays, as they were stored.
     const bool sorted = std::is_sorted(keys.begin(), keys.end());
-    trace_->setData(keys, values, sorted);
+    if (sorted) {
+        trace_->setData(keys, values, true);
+        curve_->data()->clear();
+    } else {
+        trace_->data()->clear();
+        curve_->setData(keys, values);
+    }
     if (p.mirrored && arrays_.y2.size() >= arrays_.count) {
         values2.resize(n);
         for (int i = 0; i < n; ++i) values2[i] = arrays_.y2[static_cast<std::size_t>(i)];
-        trace2_->setData(keys, values2, sorted);
+        trace2_->setData(keys, values2, false);
     } else {
         trace2_->data()->clear();
     }
@@ -424,6 +437,16 @@ void MainWindow::build_menus() {
     QMenu* tulva = open->addMenu("Tulva time domain");
     connect(tulva->addAction("DAT file (no Phasing no walking cal)"), &QAction::triggered, this,
             &MainWindow::open_dialog);
+    connect(open->addAction("Vantorix Peak List..."), &QAction::triggered, this, [this] {
+        if (const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.pks", "")) open_peak_list(*path);
+    });
+    QMenu* save_as = file_menu_->addMenu("Save As ...");
+    static const char* const kinds[] = {" .CSV File", "Binary File", "Binary File (XY)"};
+    for (int kind = 0; kind < 3; ++kind)
+        connect(save_as->addAction(kinds[kind]), &QAction::triggered, this,
+                [this, kind] { SaveRawSpectrum(*ws_, kind, "", *ui_); });
+    connect(file_menu_->addAction("Save As Wav File..."), &QAction::triggered, this,
+            [this] { SaveWaveFileFormat(*ws_, "", *ui_); });
     connect(file_menu_->addAction("Close"), &QAction::triggered, this, [this] { close_active(); });
     file_menu_->addSeparator();
     exit_action_ = file_menu_->addAction("Exit");
@@ -524,11 +547,50 @@ int MainWindow::open_file(const std::string& path, int type) {
                                                                     : "Bruker files can not be read by this build.");
         return -1;
     }
+    return open_with(path, FILETYPE_TULVA, read_tulva_into_slot);
+}
+
+int MainWindow::open_peak_list(const std::string& path) {
+    const int slot = open_with(path, FILETYPE_PEAKLIST, [](Workspace& ws, const std::string& p, int s, Ui& ui) {
+        return Get_Tulva_Peak_List(p, ws.panels[static_cast<std::size_t>(s)].spectrum, ui);
+    });
+    if (slot >= 0)
+        if (GraphWindow* g = graph(slot)) g->plot_command(PLOT_PEAKS);
+    return slot;
+}
+
+int MainWindow::open_with(const std::string& path, int filetype, const PanelReader& reader) {
     WaitCursor wait;
-    const int slot = open_data_file(*ws_, path, FILETYPE_TULVA, read_tulva_into_slot, *ui_);
+    const int slot = open_data_file(*ws_, path, filetype, reader, *ui_);
     sync_windows();
     if (slot >= 0) rebuild_recent();
     return slot;
+}
+
+int MainWindow::save_peak_table(const std::string& path) {
+    const int slot = ws_->active_panel;
+    if (slot < 0 || slot >= MAX_PANELS || !ws_->panels[static_cast<std::size_t>(slot)].active) {
+        ui_->MessagePopup("Operator Error", "No Spectrum Chosen");
+        return -1;
+    }
+    const Spectrum& s = ws_->panels[static_cast<std::size_t>(slot)].spectrum;
+    std::string out = path;
+    if (out.empty()) {
+        // Default name: the data file's with its last four characters made ".pks".
+        std::string suggestion = s.filename.size() > 4 ? s.filename.substr(0, s.filename.size() - 4) + ".pks" : "";
+        const QString chosen = ui_->unattended ? QString()
+                                               : QFileDialog::getSaveFileName(this, "Print Peaks To File",
+                                                                              qs(suggestion), "*.pks");
+        if (chosen.isEmpty()) return -1;
+        out = chosen.toStdString();
+    }
+    const Settings& st = ws_->settings;
+    PeakListDecimals d;
+    d.mass = st.PEAKMZ;
+    d.relabundance = st.peak_decimals_2;
+    d.abundance = st.PEAKABUN;
+    d.frequency = st.peak_decimals_3;
+    return SavePeakList2(s, out, d, st.sn_mode == 1, st.abundance_scale, *ui_);
 }
 
 int MainWindow::close_active() {
@@ -644,6 +706,7 @@ void MainWindow::build_analyze_panel() {
     peaklist_form_->setupUi(peaklist_);
     peaklist_->resize(760, 420);
     connect(peaklist_form_->done, &QPushButton::clicked, peaklist_, &QDialog::hide);
+    connect(peaklist_form_->print, &QPushButton::clicked, this, [this] { save_peak_table(""); });
 }
 
 void MainWindow::fill_analyze_panel() {

@@ -14,6 +14,7 @@
 
 class QCustomPlot;
 class QCPGraph;
+class QCPCurve;
 class QCPItemStraightLine;
 class QLabel;
 class QMdiArea;
@@ -72,6 +73,7 @@ private:
     QCustomPlot* plot_;
     QCPGraph* trace_ = nullptr;
     QCPGraph* trace2_ = nullptr;
+    QCPCurve* curve_ = nullptr;  // the trace in array order, for x that is not ascending
     QCPItemStraightLine* cursors_[3] = {};
     double cursor_x_[3] = {0, 0, 0};
     double cursor_y_[3] = {0.1, 0.1, 0};
@@ -99,6 +101,10 @@ public:
     // The opening road for a file of the given reader type (0 Tulva). Returns
     // the slot, or -1 after the reader's or the full table's message.
     int open_file(const std::string& path, int type = 0);
+    // "Vantorix Peak List...": a batch peak-list file shown as sticks.
+    int open_peak_list(const std::string& path);
+    // The peak table's "Print Peaks To File"; an empty path asks for one.
+    int save_peak_table(const std::string& path);
     // Spectrum menu commands on the active panel.
     int process_active();
     int zero_out_active();
@@ -129,6 +135,7 @@ protected:
 private:
     void build_menus();
     void open_dialog();
+    int open_with(const std::string& path, int filetype, const PanelReader& reader);
     void build_analyze_panel();
     void fill_analyze_panel();
     void read_analyze_panel();

@@ -173,6 +173,16 @@ int main(int argc, char** argv) {
         CHECK(p.xmin == was_min && p.xmax == was_max);
     }
 
+    // The table's "Print Peaks To File": the table form with its first line.
+    {
+        const fs::path pks = home / "smoke_table.pks";
+        CHECK(window.save_peak_table(pks.string()) == 0);
+        std::ifstream in(pks);
+        std::string first;
+        std::getline(in, first);
+        CHECK(first.rfind("Vantorix Analysis Peaklist V2.0 - ", 0) == 0);
+    }
+
     g->plot_command(vx::PLOT_RELATIVE);
     CHECK(p.relativescale == 1);
 

@@ -27,4 +27,8 @@ sed -i 's/^HIGHMASS=.*/HIGHMASS=1500/' "$VANTORIX_HOME/ftmsdata.ini"
 run --screenshot "$OUT/gui-mz.png" --process --mz "$input"
 # Zoom Exact onto the pair at m/z 524 and 525 of the sample (524.26 of the stand-in).
 run --screenshot "$OUT/gui-zoom.png" --process --mz --zoom 521,528 "$input"
+# The peak list of the peaks step, opened as a stick spectrum.
+if [ -f "$OUT/sample.pks" ]; then
+  run --screenshot "$OUT/gui-peaklist.png" "$OUT/sample.pks"
+fi
 ls -l "$OUT"/gui-*.png
