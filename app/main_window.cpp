@@ -3,6 +3,7 @@
 #include <QAction>
 #include <QActionGroup>
 #include <QApplication>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QDockWidget>
 #include <QDragEnterEvent>
@@ -15,6 +16,7 @@
 #include <QMenuBar>
 #include <QMimeData>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QPushButton>
 #include <QTimer>
 #include <QUrl>
@@ -30,6 +32,7 @@
 #include "formats/tulva_reader.hpp"
 #include "qt_ui.hpp"
 #include "peaks/find_peaks.hpp"
+#include "peaks/macro.hpp"
 #include "ui_ANALYZE.h"
 #include "ui_MANUALZOOM.h"
 #include "ui_PEAKLIST2.h"
@@ -328,10 +331,22 @@ void GraphWindow::show_popup(const QPoint& global) {
     QAction* tic = popup.addAction("TIC");
     QAction* sic = popup.addAction("SIC");
     QAction* cross = popup.addAction("Cross Cursor Location");
+    QAction* left_arrow = popup.addAction("Left Arrow");
+    QAction* right_arrow = popup.addAction("Right Arrow");
     QAction* chosen = popup.exec(global);
     AnalysisPanel& p = panel();
     Ui& ui = main_->ui();
-    if (chosen == cross) {
+    if (chosen == left_arrow || chosen == right_arrow) {
+        // An arrow annotation at cursor 3, in the graph's coordinates.
+        auto* text = new QCPItemText(plot_);
+        text->position->setCoords(cursor_x_[2], cursor_y_[2]);
+        text->setText(chosen == left_arrow ? QString::fromUtf8("\u2190") : QString::fromUtf8("\u2192"));
+        QFont font = text->font();
+        font.setPointSize(20);
+        text->setFont(font);
+        text->setColor(Qt::black);
+        plot_->replot();
+    } else if (chosen == cross) {
         ui.MessagePopup("Cross Cursor Location",
                         QString::asprintf("X: %f   Y: %f", cursor_x_[2], cursor_y_[2]).toStdString());
     } else if (chosen == open_scan) {
@@ -448,6 +463,8 @@ void MainWindow::build_menus() {
     connect(file_menu_->addAction("Save As Wav File..."), &QAction::triggered, this,
             [this] { SaveWaveFileFormat(*ws_, "", *ui_); });
     connect(file_menu_->addAction("Close"), &QAction::triggered, this, [this] { close_active(); });
+    connect(file_menu_->addAction("Export to PlotTool"), &QAction::triggered, this,
+            &MainWindow::export_to_plottool);
     file_menu_->addSeparator();
     exit_action_ = file_menu_->addAction("Exit");
     connect(exit_action_, &QAction::triggered, qApp, &QApplication::quit);
@@ -456,6 +473,7 @@ void MainWindow::build_menus() {
     connect(spectrum->addAction("Process Options..."), &QAction::triggered, this, &MainWindow::process_options);
     connect(spectrum->addAction("Zero Out"), &QAction::triggered, this, [this] { zero_out_active(); });
     connect(spectrum->addAction("Process"), &QAction::triggered, this, [this] { process_active(); });
+    connect(spectrum->addAction("Process Macro"), &QAction::triggered, this, [this] { process_macro(); });
 
     QMenu* analyze = menuBar()->addMenu("Analyze");
     connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);
@@ -791,6 +809,38 @@ int MainWindow::analyze_find(bool by_sn) {
     const int rc = AnalyzeFindPeaks(*ws_, by_sn, *peak_table_, *ui_);
     show_peak_table();
     return rc;
+}
+
+int MainWindow::process_macro() {
+    GraphWindow* g = active_graph();
+    const double low = g ? g->cursor_x(1) : 0.0, high = g ? g->cursor_x(2) : 0.0;
+    int rc = 0;
+    {
+        WaitCursor wait;
+        rc = ProcessMacroCallback(*ws_, std::min(low, high), std::max(low, high), *peak_table_, *ui_);
+    }
+    sync_windows();
+    if (GraphWindow* a = active_graph()) {
+        // The domain follows the m/z view the processing left it in.
+        AnalysisPanel& p = ws_->panels[static_cast<std::size_t>(a->slot())];
+        if (p.xmode == XMODE_MZ && p.spectrum.domain == DOMAIN_FREQUENCY)
+            PlotMenuCommand(p, PLOT_MZ, 0, 0, ws_->settings, *ui_);
+        a->redraw();
+    }
+    show_peak_table();
+    return rc;
+}
+
+void MainWindow::export_to_plottool() {
+    if (!ui_->ConfirmPopup("Print", "TULVA analysis use plottool to export spectrum.Just select Edit | Paste in "
+                                    "plottool and the spectrum will be transfered.\n\nDo you want to lanch plottool now?"))
+        return;
+    // The picture of the active graph waits on the clipboard for the tool's paste.
+    if (GraphWindow* g = active_graph()) QApplication::clipboard()->setPixmap(g->grab());
+    const QString tool = qs(ws_->settings.PLOTTOOL);
+    if (tool.isEmpty() || !QProcess::startDetached(tool, {}))
+        ui_->MessagePopup("Print", tool.isEmpty() ? "No PLOTTOOL program is set in ftmsdata.ini."
+                                                  : ("Could not start " + tool).toStdString());
 }
 
 void MainWindow::show_peak_table() {

@@ -125,6 +125,10 @@ public:
     void find_peak_options();
     int find_peaks();
     int analyze_find(bool by_sn);
+    // "Process Macro": process, noise between cursors 1 and 2, find peaks.
+    int process_macro();
+    // "Export to PlotTool": the graph to the clipboard and the tool launched.
+    void export_to_plottool();
     const PeakTable& peak_table() const { return *peak_table_; }
 
 protected:

@@ -253,6 +253,21 @@ int main(int argc, char** argv) {
         window.close_slot(1);
         CHECK(window.graph(1) == nullptr && q.spectrum.data.empty());
     }
+    // "Process Macro" on a fresh transient, with the noise between m/z 700 and 800.
+    {
+        const int m = window.open_file(path);
+        CHECK(m == 1);
+        if (vx::GraphWindow* mg = window.graph(m)) {
+            mg->set_cursor(1, 700.0, 0.0);
+            mg->set_cursor(2, 800.0, 0.0);
+            CHECK(window.process_macro() >= 3);
+            CHECK(ws.panels[1].spectrum.domain == vx::DOMAIN_MASS);
+            CHECK(ws.panels[1].spectrum.overRideThrashNoiseCalculation == 1);
+            CHECK(window.peak_table().rows.size() == ws.panels[1].spectrum.peaks.size());
+        }
+        window.close_slot(m);
+    }
+
     std::printf("gui_smoke: 33554432-point redraw %.1f ms in m/z, %.1f ms by data point\n", ms_mz, ms_point);
 
     std::printf("gui_smoke: screenshot %s (%dx%d, %d columns with trace), %d failure(s)\n", png.c_str(), image.width(),
