@@ -544,13 +544,23 @@ void MainWindow::sync_windows() {
             subs_[i]->resize(760, 460);
             subs_[i]->show();
             graphs_[i]->redraw();
-        } else if (!p.active && graphs_[i]) {
-            mdi_->removeSubWindow(subs_[i]);
-            subs_[i]->deleteLater();
-            graphs_[i] = nullptr;
-            subs_[i] = nullptr;
         }
     }
+    // The window of active_panel takes the focus before any window goes, so
+    // that closing one does not hand the focus (and active_panel) elsewhere.
+    const int keep = ws_->active_panel;
+    if (GraphWindow* g = active_graph()) mdi_->setActiveSubWindow(subs_[g->slot()]);
+    for (int i = 0; i < MAX_PANELS; ++i) {
+        if (!ws_->panels[static_cast<std::size_t>(i)].active && graphs_[i]) {
+            QMdiSubWindow* sub = subs_[i];
+            graphs_[i] = nullptr;
+            subs_[i] = nullptr;
+            sub->hide();
+            mdi_->removeSubWindow(sub);
+            delete sub;
+        }
+    }
+    ws_->active_panel = keep;
     if (GraphWindow* g = active_graph()) mdi_->setActiveSubWindow(subs_[g->slot()]);
 }
 

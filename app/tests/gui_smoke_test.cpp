@@ -195,7 +195,14 @@ int main(int argc, char** argv) {
     CHECK(ws.active_panel == -1);
     CHECK(window.open_file(path) == -1);
     // Closing windows: the active slot moves to the highest occupied one.
-    for (int i = vx::MAX_PANELS - 1; i >= 1; --i) window.close_slot(i);
+    // The close box of a graph window runs "Close" on its slot.
+    for (QMdiSubWindow* sub : window.findChild<QMdiArea*>()->subWindowList())
+        if (sub->widget() == window.graph(vx::MAX_PANELS - 1)) sub->close();
+    QApplication::processEvents();
+    CHECK(window.graph(vx::MAX_PANELS - 1) == nullptr);
+    CHECK(ws.panels[vx::MAX_PANELS - 1].active == 0);
+    CHECK(ws.active_panel == vx::MAX_PANELS - 2);
+    for (int i = vx::MAX_PANELS - 2; i >= 1; --i) window.close_slot(i);
     QApplication::processEvents();
     CHECK(ws.active_panel == 0);
     CHECK(window.graph(5) == nullptr);
