@@ -3,6 +3,8 @@
 // filled to its limit, windows closed, and a screenshot saved for a look.
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QMenu>
+#include <QMenuBar>
 #include <QImage>
 #include <QMdiArea>
 #include <QMdiSubWindow>
@@ -208,6 +210,18 @@ int main(int argc, char** argv) {
     CHECK(window.graph(5) == nullptr);
     CHECK(window.findChild<QMdiArea*>()->subWindowList().size() == 1);
     CHECK(vx::read_file_list(vx::settings_dir()).count == 1);  // the same file only moves to the top
+    // The recent-file entry of the File menu opens the file again.
+    {
+        QAction* recent = nullptr;
+        for (QAction* a : window.menuBar()->actions().front()->menu()->actions())
+            if (a->text().startsWith("__1 ")) recent = a;
+        CHECK(recent != nullptr);
+        if (recent) {
+            recent->trigger();
+            CHECK(window.graph(1) != nullptr && ws.panels[1].spectrum.filename == path);
+            window.close_slot(1);
+        }
+    }
 
     // The screenshot: the maximised graph with a red trace in it.
     window.findChild<QMdiArea*>()->subWindowList().front()->showMaximized();
