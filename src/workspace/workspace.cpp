@@ -1,8 +1,7 @@
 #include "workspace/workspace.hpp"
 
-#include <algorithm>
-
 #include "platform/ui.hpp"
+#include "workspace/display.hpp"
 #include "workspace/filelist.hpp"
 
 namespace vx {
@@ -27,23 +26,6 @@ void prepare_new_slot(Workspace& ws, int slot, int filetype) {
     SetDefaultParametersForNewSpectrum(p.spectrum, filetype);
 }
 
-void Initialize_Display(Workspace& ws, int slot) {
-    AnalysisPanel& p = ws.panels[static_cast<std::size_t>(slot)];
-    const Spectrum& s = p.spectrum;
-    const double n = static_cast<double>(s.data.size());
-    p.fullmin = 0.0;
-    p.fullmax = n > 0 ? n - 1.0 : 0.0;
-    p.xmin = p.prevmin = p.fullmin;
-    p.xmax = p.prevmax = p.fullmax;
-    if (!s.data.empty()) {
-        auto [lo, hi] = std::minmax_element(s.data.begin(), s.data.end());
-        p.ymin = p.localymin = *lo;
-        p.ymax = p.localymax = *hi;
-    }
-    p.panel = slot;
-    p.active = 1;
-}
-
 int open_data_file(Workspace& ws, const std::string& path, int filetype, const PanelReader& reader, Ui& ui) {
     ws.walking_option = false;
     const int slot = Get_New_Panel(ws);
@@ -63,7 +45,10 @@ int open_data_file(Workspace& ws, const std::string& path, int filetype, const P
     else if (s.domain == DOMAIN_FREQUENCY) p.xmode = XMODE_FREQUENCY;
     else p.xmode = XMODE_TIME;
     s.filename = path.substr(0, 255);
+    // The display opens in time mode; frequency files then get their own axis.
     Initialize_Display(ws, slot);
+    if (s.domain == DOMAIN_MASS) PlotMenuCommand(p, PLOT_MZ, 0.0, 0.0, ws.settings, ui);
+    else if (s.domain == DOMAIN_FREQUENCY) PlotMenuCommand(p, PLOT_FREQUENCY, 0.0, 0.0, ws.settings, ui);
     if (!ws.settings_folder.empty()) updateFileList(ws.settings_folder, path);
     return slot;
 }

@@ -63,7 +63,8 @@ int Get_New_Panel(Workspace& ws);
 // A slot about to receive a file: graph state reset, record emptied, new-slot state set.
 void prepare_new_slot(Workspace& ws, int slot, int filetype);
 
-// Occupies the slot for display: full range and extremes of the data, active = 1.
+// Occupies the slot for display: full range without the last sample, time
+// mode, absolute and local scales, extremes of the data; active = 1.
 void Initialize_Display(Workspace& ws, int slot);
 
 // A reader for the opening road: fills ws.panels[slot].spectrum from path,

@@ -1,0 +1,100 @@
+// vantorix-analysis: the desktop program.
+//
+//   vantorix-analysis [files...]
+//   vantorix-analysis --screenshot out.png [--process] [--mz] [--zoom LOW HIGH] files...
+//
+// The screenshot form runs without questions: it opens the files, processes
+// and switches to m/z when asked, zooms the active window, saves the main
+// window as an image and exits (status 1 when a step failed).
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QLockFile>
+#include <QStandardPaths>
+#include <QTimer>
+
+#include <cstdio>
+#include <memory>
+
+#include "main_window.hpp"
+#include "qt_ui.hpp"
+#include "workspace/filelist.hpp"
+#include "workspace/settings.hpp"
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QApplication::setApplicationName("vantorix-analysis");
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription("Vantorix Analysis desktop program");
+    parser.addHelpOption();
+    QCommandLineOption shot("screenshot", "Save the main window to FILE and exit.", "FILE");
+    QCommandLineOption process("process", "Process the opened transients (with --screenshot).");
+    QCommandLineOption mz("mz", "Show the active spectrum in m/z (with --screenshot).");
+    QCommandLineOption zoom("zoom", "Zoom the active window to LOW,HIGH in the units of its axis.", "LOW,HIGH");
+    parser.addOptions({shot, process, mz, zoom});
+    parser.addPositionalArgument("files", "Data files to open.");
+    parser.process(app);
+    const bool screenshot = parser.isSet(shot);
+
+    // One instance per user; a second one leaves at once, silently. The
+    // unattended screenshot runs do not count.
+    std::unique_ptr<QLockFile> lock;
+    if (!screenshot) {
+        QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+        if (dir.isEmpty()) dir = QDir::tempPath();
+        lock = std::make_unique<QLockFile>(dir + "/vantorix-analysis.lock");
+        if (!lock->tryLock(0)) return 0;
+    }
+
+    vx::MainWindow window(screenshot);
+    vx::Workspace& ws = window.workspace();
+    const std::string dir = vx::settings_dir();
+    vx::ensure_default_ini(dir);
+    if (vx::ReadINI(dir, ws.settings, window.ui()) < 0) return -1;
+    vx::FileList(dir);
+    window.rebuild_recent();
+
+    if (!screenshot) {
+        window.show_title_panel(1000);
+        QTimer::singleShot(1000, &window, [&window] { window.show(); });
+        for (const QString& f : parser.positionalArguments()) {
+            if (f.endsWith(".pks", Qt::CaseInsensitive)) window.open_peak_list(f.toStdString());
+            else window.open_file(f.toStdString());
+        }
+        return app.exec();
+    }
+
+    window.show();
+    int status = 0;
+    for (const QString& f : parser.positionalArguments()) {
+        const int slot = f.endsWith(".pks", Qt::CaseInsensitive) ? window.open_peak_list(f.toStdString())
+                                                                 : window.open_file(f.toStdString());
+        if (slot < 0) status = 1;
+    }
+    if (parser.isSet(process) && window.process_active() < 0) status = 1;
+    if (vx::GraphWindow* g = window.active_graph()) {
+        if (parser.isSet(mz)) g->plot_command(vx::PLOT_MZ);
+        if (parser.isSet(zoom)) {
+            const QStringList parts = parser.value(zoom).split(',');
+            bool ok1 = false, ok2 = false;
+            const double lo = parts.value(0).toDouble(&ok1), hi = parts.value(1).toDouble(&ok2);
+            if (ok1 && ok2) g->zoom_exact(lo, hi, false);
+            else status = 1;
+        }
+        // Maximised, so that the picture shows the graph at the window's size.
+        if (auto* sub = qobject_cast<QWidget*>(g->parentWidget())) sub->showMaximized();
+        g->redraw();
+    } else {
+        status = 1;
+    }
+    QApplication::processEvents();
+    if (vx::GraphWindow* g = window.active_graph()) g->redraw();
+    QApplication::processEvents();
+    const QString out = parser.value(shot);
+    if (!window.grab().save(out)) {
+        std::fprintf(stderr, "vantorix-analysis: could not write %s\n", qPrintable(out));
+        return 1;
+    }
+    return status;
+}
