@@ -113,6 +113,15 @@ void read_block(std::FILE* f, Storage st, std::size_t count, float scale, std::v
     }
 }
 
+// Sample arrays get two floats of spare room: the real transform runs in place
+// on N + 2 floats, so a transient goes from the reader through the chain
+// without one more full-size copy.
+void alloc_samples(std::vector<float>& v, std::size_t n) {
+    v = {};
+    v.reserve(n + 2);
+    v.assign(n, 0.0f);
+}
+
 bool valid_count(const Spectrum& s, Ui& ui) {
     if (s.datacount == 0) {
         ui.MessagePopup(FILE_INPUT_ERROR, NO_COUNT);
@@ -219,7 +228,7 @@ int read_sed_channel(Workspace& ws, std::FILE* f, Spectrum& first, const HeaderR
             break;
         }
     }
-    s.data.assign(static_cast<std::size_t>(s.datacount), 0.0f);
+    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
     if (found) {
         std::vector<double> d;
         read_block(f, h.storage, static_cast<std::size_t>(s.datacount), h.scale, s.data,
@@ -235,7 +244,7 @@ int finish_header(Workspace& ws, std::FILE* f, Spectrum& s, const HeaderResult& 
                   Ui& ui) {
     if (!valid_count(s, ui)) return -1;
     const bool sed = ws.sed_mode != 0 || h.sed2;
-    s.data.assign(static_cast<std::size_t>(s.datacount), 0.0f);
+    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
 
     if (!sed) {
         if (h.storage != Storage::Double) {
@@ -450,7 +459,7 @@ int Get_Tulva_Data_v40_impl(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui, co
     }
     if (!v.reads_channels) {
         if (!valid_count(s, ui)) return -1;
-        s.data.assign(static_cast<std::size_t>(s.datacount), 0.0f);
+        alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
         if (h.storage != Storage::Double) {
             const std::size_t n = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
                                                      : static_cast<std::size_t>(s.datacount);
@@ -552,7 +561,7 @@ int Get_Tulva_Data_v30_impl(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui, co
     }
     if (!v.reads_channels) {
         if (!valid_count(s, ui)) return -1;
-        s.data.assign(static_cast<std::size_t>(s.datacount), 0.0f);
+        alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
         if (h.storage != Storage::Double) {
             const std::size_t n = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
                                                      : static_cast<std::size_t>(s.datacount);
@@ -603,7 +612,7 @@ int Get_Tulva_Data_v20_impl(std::FILE* f, Spectrum& s, Ui& ui, std::string_view 
         valid_count(s, ui);
         return -1;
     }
-    s.data.assign(static_cast<std::size_t>(s.datacount), 0.0f);
+    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
     read_block(f, Storage::Float, s.data.size(), 1.0f, s.data, nullptr);
     return 0;
 }
@@ -650,7 +659,7 @@ int legacy_reader(std::FILE* f, Spectrum& s, Ui& ui, const std::string& signatur
         valid_count(s, ui);
         return -1;
     }
-    s.data.assign(static_cast<std::size_t>(s.datacount), 0.0f);
+    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
     read_block(f, Storage::Float, s.data.size(), 1.0f, s.data, nullptr);
     if (sets_storageinfo) s.storageinfo = 1;
     return 0;

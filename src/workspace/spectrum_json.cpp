@@ -128,7 +128,7 @@ void flatten(const nlohmann::ordered_json& j, const std::string& prefix, std::st
         } else if (it->is_string()) {
             out += fmt::format("{}: {}\n", name, it->get<std::string>());
         } else if (it->is_number_float()) {
-            out += fmt::format("{}: {:.10g}\n", name, it->get<double>());
+            out += fmt::format("{}: {}\n", name, it->get<double>());
         } else {
             out += fmt::format("{}: {}\n", name, it->dump());
         }
