@@ -48,7 +48,10 @@ int export_slot(Context& ctx, int slot, const std::string& path, bool mz) {
     ws.active_panel = slot;
     Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     const int domain = s.domain;
-    if (mz && s.domain == DOMAIN_FREQUENCY) s.domain = DOMAIN_MASS;  // shown in m/z
+    // "Process" leaves the spectrum in its m/z view; the export takes the view
+    // the user asked for: the frequency layout unless --mz.
+    if (mz && s.domain == DOMAIN_FREQUENCY) s.domain = DOMAIN_MASS;
+    if (!mz && s.domain == DOMAIN_MASS) s.domain = DOMAIN_FREQUENCY;
     int rc = -1;
     switch (export_kind_of(path)) {
         case RAW_TEXT: rc = write_spectrum_text(s, path, ctx.ui); break;

@@ -17,6 +17,7 @@
 #include "platform/ui.hpp"
 #include "platform/windows.hpp"
 #include "workspace/conversions.hpp"
+#include "workspace/display.hpp"
 
 namespace vx {
 
@@ -45,13 +46,19 @@ std::size_t span_of(const Spectrum& s, long long count) {
 }
 
 // The plot commands "full view" (and the x mode) on one slot.
-void show_full_view(Workspace& ws, int slot, int xmode) {
+// The plot commands that follow a transform: the full view of the new data,
+// then the x mode. The m/z and frequency commands go through the plot menu so
+// that the domain follows the mode and the first jump to m/z applies.
+void show_full_view(Workspace& ws, int slot, int xmode, Ui& ui) {
     AnalysisPanel& p = ws.panels[static_cast<std::size_t>(slot)];
-    p.prevmin = p.xmin;
-    p.prevmax = p.xmax;
+    const double prevmin = p.xmin, prevmax = p.xmax;
     Initialize_Display(ws, slot);
+    p.prevmin = prevmin;
+    p.prevmax = prevmax;
     p.moveoffset = 0.0;
-    p.xmode = xmode;
+    if (xmode == XMODE_MZ) PlotMenuCommand(p, PLOT_MZ, 0.0, 0.0, ws.settings, ui);
+    else if (xmode == XMODE_FREQUENCY) PlotMenuCommand(p, PLOT_FREQUENCY, 0.0, 0.0, ws.settings, ui);
+    else p.xmode = xmode;
 }
 
 bool has_active_panel(const Workspace& ws) {
@@ -562,8 +569,8 @@ int Split_Panels(Workspace& ws, Ui& ui) {
     release(a.data);
     a.data = std::move(pos);
     b.data = std::move(neg);
-    show_full_view(ws, slot, XMODE_MZ);
-    show_full_view(ws, old_slot, XMODE_MZ);
+    show_full_view(ws, slot, XMODE_MZ, ui);
+    show_full_view(ws, old_slot, XMODE_MZ, ui);
     ws.active_panel = old_slot;
     return slot;
 }
@@ -613,8 +620,8 @@ int SplitComplexData(Workspace& ws, Ui& ui) {
     a.data = std::move(re);
     b.data = std::move(im);
     const int xmode = ws.panels[static_cast<std::size_t>(old_slot)].xmode;
-    show_full_view(ws, slot, xmode);
-    show_full_view(ws, old_slot, xmode);
+    show_full_view(ws, slot, xmode, ui);
+    show_full_view(ws, old_slot, xmode, ui);
     ws.active_panel = old_slot;
     return slot;
 }
@@ -647,10 +654,10 @@ int process_command(Workspace& ws, Ui& ui, ProcessCommandResult* result) {
         if (s.detectmode == DETECT_QUADRATURE && s.reffreq == 0.0) {
             r.split_slot = Split_Panels(ws, ui);
         } else {
-            show_full_view(ws, slot, s.filetype == FILETYPE_BRUKER ? XMODE_FREQUENCY : XMODE_MZ);
+            show_full_view(ws, slot, s.filetype == FILETYPE_BRUKER ? XMODE_FREQUENCY : XMODE_MZ, ui);
         }
     } else {
-        show_full_view(ws, slot, ws.panels[static_cast<std::size_t>(slot)].xmode);
+        show_full_view(ws, slot, ws.panels[static_cast<std::size_t>(slot)].xmode, ui);
     }
     return 0;
 }

@@ -336,7 +336,7 @@ TEST(SplitPanels, PositiveAndNegativeIonHalves) {
     EXPECT_EQ(neg.filename, "/data/q.dat--Negative Ions");
     for (const Spectrum* r : {&pos, &neg}) {
         EXPECT_EQ(r->datacount, 8);
-        EXPECT_EQ(r->domain, DOMAIN_FREQUENCY);
+        EXPECT_EQ(r->domain, DOMAIN_MASS);  // frequency data, then the m/z view of the plot command
         EXPECT_EQ(r->detectmode, DETECT_DIRECT);
         EXPECT_DOUBLE_EQ(r->dbandwidth, 400000.0);
     }
@@ -432,6 +432,8 @@ TEST(Commands, ProcessRefusalsAndTheSplitOfQuadratureData) {
     EXPECT_TRUE(r.processed);
     EXPECT_EQ(r.split_slot, -1);
     EXPECT_EQ(ws_d.panels[0].xmode, XMODE_MZ);
+    EXPECT_EQ(ws_d.panels[0].spectrum.domain, DOMAIN_MASS);  // the domain follows the m/z view
+    EXPECT_EQ(ws_d.panels[0].firstmasszoom, 0);               // the first jump to m/z was made
     EXPECT_EQ(ws_d.panels[0].spectrum.datacount, 64);  // one zero-fill by default
 
     Spectrum quad = cosine_transient(64, 3, 1.0);
