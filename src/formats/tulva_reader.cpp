@@ -122,6 +122,12 @@ void alloc_samples(std::vector<float>& v, std::size_t n) {
     v.assign(n, 0.0f);
 }
 
+// "dbandwidth:" / "Bandwidth:": only a value above 1.0 replaces the bandwidth.
+void take_bandwidth(std::string_view line, std::string_view key, bool cs, Spectrum& s) {
+    const double bw = scan_real(behind(line, key, cs));
+    if (bw > 1.0) s.dbandwidth = bw;
+}
+
 bool valid_count(const Spectrum& s, Ui& ui) {
     if (s.datacount == 0) {
         ui.MessagePopup(FILE_INPUT_ERROR, NO_COUNT);
@@ -273,6 +279,30 @@ int finish_header(Workspace& ws, std::FILE* f, Spectrum& s, const HeaderResult& 
     return 0;
 }
 
+// One block and nothing more: the explicit channel readers.
+int read_single_block(std::FILE* f, Spectrum& s, const HeaderResult& h, Ui& ui) {
+    if (!valid_count(s, ui)) return -1;
+    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
+    if (h.storage != Storage::Double) {
+        const std::size_t n = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
+                                                 : static_cast<std::size_t>(s.datacount);
+        read_block(f, h.storage, n, h.scale, s.data, nullptr);
+    }
+    return 0;
+}
+
+// The float block of the oldest generations: no zero-count check of their own,
+// but a count no file can hold is still refused.
+int read_float_block(std::FILE* f, Spectrum& s, Ui& ui) {
+    if (s.datacount < 0 || s.datacount > MAX_DATACOUNT) {
+        valid_count(s, ui);
+        return -1;
+    }
+    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
+    read_block(f, Storage::Float, s.data.size(), 1.0f, s.data, nullptr);
+    return 0;
+}
+
 // ---------------------------------------------------------------------------
 // v4, and the near-copies of the explicit SED open path.
 
@@ -373,24 +403,16 @@ int Get_Tulva_Data_v40_impl(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui, co
         } else if (v.bandwidth_in_row && (has(L, "dbandwidth:") || has(L, "Bandwidth:", true) ||
                                           has(L, "RelativeX:", true))) {
             // The explicit SED reader tests these three one after the other.
-            if (has(L, "dbandwidth:")) {
-                double bw = scan_real(behind(L, "dbandwidth:"));
-                if (bw > 1.0) s.dbandwidth = bw;
-            }
-            if (has(L, "Bandwidth:", true)) {
-                double bw = scan_real(behind(L, "Bandwidth:", true));
-                if (bw > 1.0) s.dbandwidth = bw;
-            }
+            if (has(L, "dbandwidth:")) take_bandwidth(L, "dbandwidth:", false, s);
+            if (has(L, "Bandwidth:", true)) take_bandwidth(L, "Bandwidth:", true, s);
             if (has(L, "RelativeX:", true)) {
                 double rx = scan_real(behind(L, "RelativeX:", true));
                 if (rx > 0.0) s.relativex = rx;
             }
         } else if (!v.bandwidth_in_row && has(L, "dbandwidth:")) {
-            double bw = scan_real(behind(L, "dbandwidth:"));
-            if (bw > 1.0) s.dbandwidth = bw;
+            take_bandwidth(L, "dbandwidth:", false, s);
         } else if (!v.bandwidth_in_row && has(L, "Bandwidth:", true)) {
-            double bw = scan_real(behind(L, "Bandwidth:", true));
-            if (bw > 1.0) s.dbandwidth = bw;
+            take_bandwidth(L, "Bandwidth:", true, s);
         } else if (!v.bandwidth_in_row && has(L, "RelativeX:", true)) {
             double rx = scan_real(behind(L, "RelativeX:", true));
             if (rx > 0.0) s.relativex = rx;
@@ -457,16 +479,7 @@ int Get_Tulva_Data_v40_impl(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui, co
             break;
         }
     }
-    if (!v.reads_channels) {
-        if (!valid_count(s, ui)) return -1;
-        alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
-        if (h.storage != Storage::Double) {
-            const std::size_t n = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
-                                                     : static_cast<std::size_t>(s.datacount);
-            read_block(f, h.storage, n, h.scale, s.data, nullptr);
-        }
-        return 0;
-    }
+    if (!v.reads_channels) return read_single_block(f, s, h, ui);
     return finish_header(ws, f, s, h, Gen::V4, v.sets_storageinfo, ui);
 }
 
@@ -532,14 +545,8 @@ int Get_Tulva_Data_v30_impl(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui, co
             }
             h.scale = static_cast<float>(scale);
         }
-        if (has(L, "dbandwidth:")) {
-            double bw = real("dbandwidth:");
-            if (bw > 1.0) s.dbandwidth = bw;
-        }
-        if (has(L, "Bandwidth:")) {
-            double bw = real("Bandwidth:");
-            if (bw > 1.0) s.dbandwidth = bw;
-        }
+        if (has(L, "dbandwidth:")) take_bandwidth(L, "dbandwidth:", false, s);
+        if (has(L, "Bandwidth:")) take_bandwidth(L, "Bandwidth:", false, s);
         if (has(L, "Calibration Type:")) s.caltype = CALTYPE_TWO_TERM;
         if (has(L, "Source Coeff0:")) s.Aterm = real("Source Coeff0:");
         if (has(L, "Source Coeff1:")) s.Bterm = real("Source Coeff1:");
@@ -559,16 +566,7 @@ int Get_Tulva_Data_v30_impl(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui, co
         if (has(L, "Comment :")) read_comment(f, ws);
         if (has(L, v.marker)) break;
     }
-    if (!v.reads_channels) {
-        if (!valid_count(s, ui)) return -1;
-        alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
-        if (h.storage != Storage::Double) {
-            const std::size_t n = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
-                                                     : static_cast<std::size_t>(s.datacount);
-            read_block(f, h.storage, n, h.scale, s.data, nullptr);
-        }
-        return 0;
-    }
+    if (!v.reads_channels) return read_single_block(f, s, h, ui);
     return finish_header(ws, f, s, h, Gen::V3, v.sets_storageinfo, ui);
 }
 
@@ -587,14 +585,8 @@ int Get_Tulva_Data_v20_impl(std::FILE* f, Spectrum& s, Ui& ui, std::string_view 
         if (has(L, "expcount:")) s.expcount = to_i32(scan_int(behind(L, "expcount:")));
         if (has(L, "Data Storage Mode:")) s.storagemode = to_i32(scan_int(behind(L, "Data Storage Mode:")));
         if (has(L, "Data Points:")) set_datacount(s, scan_int(behind(L, "Data Points:")), false);
-        if (has(L, "dbandwidth:")) {
-            double bw = scan_real(behind(L, "dbandwidth:"));
-            if (bw > 1.0) s.dbandwidth = bw;
-        }
-        if (has(L, "Bandwidth:")) {
-            double bw = scan_real(behind(L, "Bandwidth:"));
-            if (bw > 1.0) s.dbandwidth = bw;
-        }
+        if (has(L, "dbandwidth:")) take_bandwidth(L, "dbandwidth:", false, s);
+        if (has(L, "Bandwidth:")) take_bandwidth(L, "Bandwidth:", false, s);
         if (has(L, "Calibration Type:")) s.caltype = CALTYPE_TWO_TERM;
         if (has(L, "Source Coeff0:")) s.Aterm = scan_real(behind(L, "Source Coeff0:"));
         if (has(L, "Source Coeff1:")) s.Bterm = scan_real(behind(L, "Source Coeff1:"));
@@ -608,12 +600,7 @@ int Get_Tulva_Data_v20_impl(std::FILE* f, Spectrum& s, Ui& ui, std::string_view 
         if (has(L, "Trap Voltage:")) s.Trapvoltage = scan_real(behind(L, "Trap Voltage:"));
         if (has(L, marker)) break;
     }
-    if (s.datacount < 0 || s.datacount > MAX_DATACOUNT) {
-        valid_count(s, ui);
-        return -1;
-    }
-    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
-    read_block(f, Storage::Float, s.data.size(), 1.0f, s.data, nullptr);
+    if (read_float_block(f, s, ui) < 0) return -1;
     return 0;
 }
 
@@ -633,14 +620,8 @@ int legacy_reader(std::FILE* f, Spectrum& s, Ui& ui, const std::string& signatur
         first = false;
         const std::string_view L = line;
         if (has(L, "Data Points:")) set_datacount(s, scan_int(behind(L, "Data Points:")), false);
-        if (has(L, "dbandwidth:")) {
-            double bw = scan_real(behind(L, "dbandwidth:"));
-            if (bw > 1.0) s.dbandwidth = bw;
-        }
-        if (has(L, "Bandwidth:")) {
-            double bw = scan_real(behind(L, "Bandwidth:"));
-            if (bw > 1.0) s.dbandwidth = bw;
-        }
+        if (has(L, "dbandwidth:")) take_bandwidth(L, "dbandwidth:", false, s);
+        if (has(L, "Bandwidth:")) take_bandwidth(L, "Bandwidth:", false, s);
         if (has(L, "Calibration Type:")) s.caltype = CALTYPE_TWO_TERM;
         if (has(L, "Source Coeff0:")) s.Aterm = scan_real(behind(L, "Source Coeff0:"));
         if (has(L, "Source Coeff1:")) s.Bterm = scan_real(behind(L, "Source Coeff1:"));
@@ -655,12 +636,7 @@ int legacy_reader(std::FILE* f, Spectrum& s, Ui& ui, const std::string& signatur
         }
         if (has(L, marker)) break;
     }
-    if (s.datacount < 0 || s.datacount > MAX_DATACOUNT) {
-        valid_count(s, ui);
-        return -1;
-    }
-    alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
-    read_block(f, Storage::Float, s.data.size(), 1.0f, s.data, nullptr);
+    if (read_float_block(f, s, ui) < 0) return -1;
     if (sets_storageinfo) s.storageinfo = 1;
     return 0;
 }
