@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <random>
 
+#include <fmt/printf.h>
+#include <nlohmann/json.hpp>
+
 #include "platform/ui.hpp"
 #include "platform/zip.hpp"
 #include "support/files.hpp"
@@ -563,6 +566,26 @@ TEST(TulvaReader, CommandLineInfo) {
     EXPECT_NE(out.find("\"min\": -1.0"), std::string::npos) << out;
     EXPECT_NE(out.find("\"max\": 5.0"), std::string::npos) << out;
     EXPECT_NE(out.find("\"sum\": 6.0"), std::string::npos) << out;
+
+    // A peak list is read back by the peak-list reader.
+    const std::string pks = dir.file("list_dat.pks");
+    std::string text = "There were 2 Peaks found from m/z=   300.00    to m/z=   700.00.\r\nPOSITIVE ION MODE\r\n"
+                       "Noise threshold: 1.000000        Peak threshold: 5.000000\r\n\r\n"
+                       " Center of Mass for the Assigned Window is    450.0000\r\n\r\n"
+                       " Peak Location    Peak Height           Abundance         Resolving Power      Frequency\r\n\r\n";
+    text += fmt::sprintf("%10.5f       %9.4f       %14.7f              %d         %14.6f\r\n", 600.25, 40.0, 4000.0,
+                         150000, 79194.5);
+    text += fmt::sprintf("%10.5f       %9.4f       %14.7f              %d         %14.6f\r\n", 400.125, 100.0, 10000.0,
+                         220000, 118808.25);
+    test::write_file(pks, text);
+    ASSERT_EQ(test::run_command(env + VANTORIX_CLI_PATH + std::string(" info --json ") + pks, &out, &err), 0) << err;
+    const auto j = nlohmann::json::parse(out);
+    EXPECT_EQ(j["header"]["domain"], 3);
+    EXPECT_EQ(j["header"]["peakcount"], 2);
+    ASSERT_EQ(j["peaks"].size(), 2u);
+    EXPECT_DOUBLE_EQ(j["peaks"][0]["index"].get<double>(), 600.25);
+    EXPECT_DOUBLE_EQ(j["peaks"][1]["resolvingpower"].get<double>(), 220000.0);
+    EXPECT_DOUBLE_EQ(j["peaks"][1]["frequency"].get<double>(), 118808.25);
 
     const std::string bad = dir.file("bad.dat");
     test::write_file(bad, "Vantorix Data File v4.00\nData Points: 4\n");
