@@ -18,8 +18,7 @@ struct Small {
     Spectrum s;
     Settings st;
     Small(std::vector<float> y, long first, long last) {
-        s = test::blank_spectrum(static_cast<int>(y.size()));
-        s.data = std::move(y);
+        s = test::spectrum_of(std::move(y));
         st = default_settings();
         st.high_mass = SPt_tomass(s, first + 0.001);
         st.low_mass = SPt_tomass(s, last + 0.001);

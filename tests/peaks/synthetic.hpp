@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "workspace/conversions.hpp"
@@ -26,6 +27,13 @@ inline Spectrum blank_spectrum(int n) {
     s.dbandwidth = 1000000.0;
     s.hzppt = s.dbandwidth / n;
     s.data.assign(static_cast<std::size_t>(n), 0.0f);
+    return s;
+}
+
+// A blank spectrum holding the given samples (a hand-made profile).
+inline Spectrum spectrum_of(std::vector<float> y) {
+    Spectrum s = blank_spectrum(static_cast<int>(y.size()));
+    s.data = std::move(y);
     return s;
 }
 
