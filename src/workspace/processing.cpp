@@ -534,11 +534,8 @@ int Process_Data(Spectrum& s, const Settings& o, Ui& ui) {
 // the panel being split; -1 after the warning when every panel is in use.
 static int new_split_panel(Workspace& ws, int old_slot, Ui& ui) {
     const int slot = Get_New_Panel(ws);
-    if (slot < 0) {
-        ui.MessagePopup("Warning", TOO_MANY_FILES);
-        return -1;
-    }
-    prepare_new_slot(ws, slot, ws.panels[static_cast<std::size_t>(old_slot)].spectrum.filetype);
+    if (slot >= 0) prepare_new_slot(ws, slot, ws.panels[static_cast<std::size_t>(old_slot)].spectrum.filetype);
+    else ui.MessagePopup("Warning", TOO_MANY_FILES);
     return slot;
 }
 

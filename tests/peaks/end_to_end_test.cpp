@@ -12,6 +12,7 @@
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
 #include "peaks/reborn.hpp"
+#include "peaks/synthetic.hpp"
 #include "platform/ui.hpp"
 #include "sim/simulator.hpp"
 #include "support/cli.hpp"
@@ -84,9 +85,7 @@ TEST(EndToEnd, EveryIonOfASimulatedTransientIsFound) {
     ASSERT_GE(n, 20);
     const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     for (const SimIon& ion : sim.ions) {
-        const Peak* best = nullptr;
-        for (const Peak& pk : s.peaks)
-            if (!best || std::fabs(pk.mass - ion.mz) < std::fabs(best->mass - ion.mz)) best = &pk;
+        const Peak* best = test::nearest_peak(s.peaks, ion.mz);
         ASSERT_NE(best, nullptr);
         EXPECT_LT(std::fabs(best->mass - ion.mz) / ion.mz * 1e6, 0.5) << ion.mz;
         EXPECT_NEAR(best->resolvingpower, rp_truth(best->frequency, sim.p), 0.12 * rp_truth(best->frequency, sim.p))
@@ -138,9 +137,7 @@ TEST(EndToEnd, ProcessMacroGivesTheSimulatedSignalToNoise) {
     EXPECT_NEAR(ws.settings.peak_threshold, s.noisemean + 6.0 * s.noisesigma, 1e-9);
     EXPECT_NEAR(ws.settings.noise_threshold, s.noisemean + 4.2 * s.noisesigma, 1e-9);
     for (const SimIon& ion : sim.ions) {
-        const Peak* best = nullptr;
-        for (const Peak& pk : s.peaks)
-            if (!best || std::fabs(pk.mass - ion.mz) < std::fabs(best->mass - ion.mz)) best = &pk;
+        const Peak* best = test::nearest_peak(s.peaks, ion.mz);
         ASSERT_NE(best, nullptr);
         ASSERT_LT(std::fabs(best->mass - ion.mz) / ion.mz * 1e6, 0.5) << ion.mz;
         EXPECT_NEAR(best->sn, sn_truth(ion.abundance, sim.p), 0.15 * sn_truth(ion.abundance, sim.p)) << ion.mz;

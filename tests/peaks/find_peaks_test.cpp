@@ -281,9 +281,7 @@ TEST(FindPeaksReborn, SimulatedIonsFoundAtTheirMassWithTheirResolvingPower) {
     int found = 0;
     std::vector<double> sn_log, height_log;
     for (const auto& ion : sim.ions) {
-        const auto it = std::min_element(s.peaks.begin(), s.peaks.end(), [&](const Peak& a, const Peak& b) {
-            return std::fabs(a.mass - ion.mz) < std::fabs(b.mass - ion.mz);
-        });
+        const Peak* it = test::nearest_peak(s.peaks, ion.mz);
         // Three points at the top of a line 5 to 10 points wide at S/N 30 and
         // more: a few ppm at worst.
         const double ppm = std::fabs(it->mass - ion.mz) / ion.mz * 1e6;
