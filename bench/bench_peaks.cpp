@@ -80,7 +80,10 @@ void BM_CalculateNoise(benchmark::State& state) {
 }
 BENCHMARK(BM_CalculateNoise)->Unit(benchmark::kMillisecond);
 
-void BM_FindPeaksReborn(benchmark::State& state) {
+// Times one finder on a fresh copy of the fixture's spectrum each round (the
+// copy itself is not timed) and reports the peaks it found and their rate.
+template <typename Finder>
+void time_finder(benchmark::State& state, Finder&& find) {
     Fixture& f = fixture();
     NullUi ui;
     int n = 0;
@@ -89,50 +92,30 @@ void BM_FindPeaksReborn(benchmark::State& state) {
         Spectrum work = f.s;
         state.ResumeTiming();
         PeakTable table;
-        n = FindPeaksReborn(work, f.st, 1000.0, table, ui);
+        n = find(work, table, ui);
         benchmark::DoNotOptimize(n);
     }
     state.counters["peaks"] = n;
     state.counters["peaks_per_s"] = benchmark::Counter(static_cast<double>(n) * state.iterations(),
                                                        benchmark::Counter::kIsRate);
+}
+
+void BM_FindPeaksReborn(benchmark::State& state) {
+    const Settings& st = fixture().st;
+    time_finder(state, [&](Spectrum& s, PeakTable& t, Ui& ui) { return FindPeaksReborn(s, st, 1000.0, t, ui); });
 }
 BENCHMARK(BM_FindPeaksReborn)->Unit(benchmark::kMillisecond);
 
 void BM_FindPeaksThread(benchmark::State& state) {
-    Fixture& f = fixture();
-    NullUi ui;
-    Settings st = f.st;
+    Settings st = fixture().st;
     st.thread_count = static_cast<int>(state.range(0));
-    int n = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        Spectrum work = f.s;
-        state.ResumeTiming();
-        PeakTable table;
-        n = FindPeaksThread(work, st, 1000.0, table, ui);
-        benchmark::DoNotOptimize(n);
-    }
-    state.counters["peaks"] = n;
-    state.counters["peaks_per_s"] = benchmark::Counter(static_cast<double>(n) * state.iterations(),
-                                                       benchmark::Counter::kIsRate);
+    time_finder(state, [&](Spectrum& s, PeakTable& t, Ui& ui) { return FindPeaksThread(s, st, 1000.0, t, ui); });
 }
 BENCHMARK(BM_FindPeaksThread)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_NewVantorixPeakPick2(benchmark::State& state) {
-    Fixture& f = fixture();
-    NullUi ui;
-    int n = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        Spectrum work = f.s;
-        state.ResumeTiming();
-        PeakTable table;
-        n = NewVantorixPeakPick2(work, f.st, table, ui);
-        benchmark::DoNotOptimize(n);
-    }
-    state.counters["peaks"] = n;
-    state.counters["peaks_per_s"] = benchmark::Counter(static_cast<double>(n) * state.iterations(),
-                                                       benchmark::Counter::kIsRate);
+    const Settings& st = fixture().st;
+    time_finder(state, [&](Spectrum& s, PeakTable& t, Ui& ui) { return NewVantorixPeakPick2(s, st, t, ui); });
 }
 BENCHMARK(BM_NewVantorixPeakPick2)->Unit(benchmark::kMillisecond);
 

@@ -270,14 +270,16 @@ std::vector<std::pair<double, double>> notch_ranges(double low, double high, boo
     return ranges;
 }
 
-int FindPeaksReborn(Spectrum& s, const Settings& st, double ymax, PeakTable& table, Ui& ui) {
+namespace {
+
+// The frame both walks share: every range between the notches, from the highest
+// down, set up and searched into one list, then the list finished. A range that
+// cannot be set up ends the search with its result and an empty table.
+template <typename Search>
+int search_ranges(Spectrum& s, const Settings& st, double ymax, PeakTable& table, Ui& ui, Search&& search) {
     table.rows.clear();
     std::vector<Found> found;
-    bool renewed = false;
-    double last_renewal = 0.0;
-
-    auto ranges = notch_ranges(st.low_mass, st.high_mass, st.notches_on != 0, st.notches);
-    // From the highest range down.
+    const auto ranges = notch_ranges(st.low_mass, st.high_mass, st.notches_on != 0, st.notches);
     for (auto it = ranges.rbegin(); it != ranges.rend(); ++it) {
         RangeSetup rs;
         const int ok = setup_range(s, st, it->first, it->second, rs, table, ui);
@@ -285,6 +287,18 @@ int FindPeaksReborn(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
             table.rows.clear();
             return ok;
         }
+        search(rs, it->first, it->second, found);
+    }
+    sort_ascending(found);
+    return finish_list(s, found, st, ymax, table, true, true);
+}
+
+}  // namespace
+
+int FindPeaksReborn(Spectrum& s, const Settings& st, double ymax, PeakTable& table, Ui& ui) {
+    bool renewed = false;
+    double last_renewal = 0.0;
+    return search_ranges(s, st, ymax, table, ui, [&](RangeSetup& rs, double, double, std::vector<Found>& found) {
         Levels& lv = rs.lv;
         const double quarter = st.noise_window / 4.0;
         auto renew = [&](long point) {
@@ -304,28 +318,17 @@ int FindPeaksReborn(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
             Found f;
             if (accept_segment(s, seg, rs.lower, rs.upper, lv, f)) found.push_back(f);
         });
-    }
-    sort_ascending(found);
-    return finish_list(s, found, st, ymax, table, true, true);
+    });
 }
 
 int FindPeaksThread(Spectrum& s, const Settings& st, double ymax, PeakTable& table, Ui& ui) {
-    table.rows.clear();
-    std::vector<Found> found;
     const int workers = std::clamp(st.thread_count, 1, 16);
-
-    auto ranges = notch_ranges(st.low_mass, st.high_mass, st.notches_on != 0, st.notches);
-    for (auto it = ranges.rbegin(); it != ranges.rend(); ++it) {
-        RangeSetup rs;
-        const int ok = setup_range(s, st, it->first, it->second, rs, table, ui);
-        if (ok <= 0) {
-            table.rows.clear();
-            return ok;
-        }
+    return search_ranges(s, st, ymax, table, ui, [&](RangeSetup& rs, double from_mass, double to_mass,
+                                                       std::vector<Found>& found) {
         // Regions of equal m/z, about half a noise window each; the span ends
         // at the mass of point 1.
-        const double high = std::min(std::max(it->first, it->second), SPt_tomass(s, 1.0));
-        const double low = std::min(it->first, it->second);
+        const double high = std::min(std::max(from_mass, to_mass), SPt_tomass(s, 1.0));
+        const double low = std::min(from_mass, to_mass);
         const double span = high - low > 0.0 ? high - low : 0.0;  // also NaN
         // At most one region per 8 points of the range.
         const double most = static_cast<double>(std::max(1L, (rs.upper - rs.lower + 1) / 8));
@@ -384,9 +387,7 @@ int FindPeaksThread(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
         for (auto& list : lists)
             for (const Found& f : list)
                 if (found.empty() || found.back().apex != f.apex) found.push_back(f);
-    }
-    sort_ascending(found);
-    return finish_list(s, found, st, ymax, table, true, true);
+    });
 }
 
 int FindPeaksProfile(Spectrum& s, const Settings& st, double ymax, PeakTable& table, Ui& ui) {

@@ -49,24 +49,25 @@ void raised_cosine(const float* src, float* data, std::size_t n, double a, doubl
     });
 }
 
+// The symmetric raised-cosine windows a - b cos(2 pi i / (n - 1)). Fewer than
+// three points have no window shape and pass through unchanged.
+void symmetric_window(const float* src, float* dst, std::size_t n, double a, double b, float offset) {
+    if (!src || !dst) return;
+    if (n < 3) {
+        if (src != dst) std::copy_n(src, n, dst);
+        return;
+    }
+    raised_cosine(src, dst, n, a, b, 2.0 * PI / static_cast<double>(n - 1), offset);
+}
+
 }  // namespace
 
 void WinHann(const float* src, float* dst, std::size_t n, float offset) {
-    if (!src || !dst) return;
-    if (n < 3) {
-        if (src != dst) std::copy_n(src, n, dst);
-        return;
-    }
-    raised_cosine(src, dst, n, 0.5, 0.5, 2.0 * PI / static_cast<double>(n - 1), offset);
+    symmetric_window(src, dst, n, 0.5, 0.5, offset);
 }
 
 void WinHamming(const float* src, float* dst, std::size_t n, float offset) {
-    if (!src || !dst) return;
-    if (n < 3) {
-        if (src != dst) std::copy_n(src, n, dst);
-        return;
-    }
-    raised_cosine(src, dst, n, 0.54, 0.46, 2.0 * PI / static_cast<double>(n - 1), offset);
+    symmetric_window(src, dst, n, 0.54, 0.46, offset);
 }
 
 void WinKaiser(const float* src, float* dst, std::size_t n, double alpha, float offset) {

@@ -530,18 +530,23 @@ int Process_Data(Spectrum& s, const Settings& o, Ui& ui) {
 // ---------------------------------------------------------------------------
 // Splits
 
+// The panel that takes the second part of a split, set up for the file type of
+// the panel being split; -1 after the warning when every panel is in use.
+static int new_split_panel(Workspace& ws, int old_slot, Ui& ui) {
+    const int slot = Get_New_Panel(ws);
+    if (slot >= 0) prepare_new_slot(ws, slot, ws.panels[static_cast<std::size_t>(old_slot)].spectrum.filetype);
+    else ui.MessagePopup("Warning", TOO_MANY_FILES);
+    return slot;
+}
+
 int Split_Panels(Workspace& ws, Ui& ui) {
     if (!has_active_panel(ws)) {
         ui.MessagePopup(OPERATOR_ERROR, "No Spectrum Chosen");
         return -1;
     }
     const int old_slot = ws.active_panel;
-    const int slot = Get_New_Panel(ws);
-    if (slot < 0) {
-        ui.MessagePopup("Warning", TOO_MANY_FILES);
-        return -1;
-    }
-    prepare_new_slot(ws, slot, ws.panels[static_cast<std::size_t>(old_slot)].spectrum.filetype);
+    const int slot = new_split_panel(ws, old_slot, ui);
+    if (slot < 0) return -1;
     Spectrum& a = ws.panels[static_cast<std::size_t>(old_slot)].spectrum;
     Spectrum& b = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     const std::size_t c = static_cast<std::size_t>(std::max(a.datacount, 0) / 2);
@@ -588,12 +593,8 @@ int SplitComplexData(Workspace& ws, Ui& ui) {
             return -1;
         }
     }
-    const int slot = Get_New_Panel(ws);
-    if (slot < 0) {
-        ui.MessagePopup("Warning", TOO_MANY_FILES);
-        return -1;
-    }
-    prepare_new_slot(ws, slot, ws.panels[static_cast<std::size_t>(old_slot)].spectrum.filetype);
+    const int slot = new_split_panel(ws, old_slot, ui);
+    if (slot < 0) return -1;
     Spectrum& a = ws.panels[static_cast<std::size_t>(old_slot)].spectrum;
     Spectrum& b = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     const std::size_t half = static_cast<std::size_t>(std::max(a.datacount, 0) / 2);

@@ -2,13 +2,12 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <random>
 
 #include <fmt/format.h>
 
 #include "formats/peak_list.hpp"
 #include "platform/ui.hpp"
+#include "support/files.hpp"
 #include "workspace/conversions.hpp"
 
 namespace vx {
@@ -16,25 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct TempDir {
-    fs::path path;
-    TempDir() {
-        path = fs::temp_directory_path() / fmt::format("vx_pks_{}_{}", ::getpid(), std::random_device{}());
-        fs::create_directories(path);
-    }
-    ~TempDir() { fs::remove_all(path); }
-    std::string file(const std::string& name) const { return (path / name).string(); }
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-void spit(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary);
-    out << text;
-}
+using test::TempDir;
 
 Spectrum two_peaks() {
     Spectrum s;
@@ -147,7 +128,7 @@ TEST(BatchPeakList, WriteReadRoundTrip) {
     RecordingUi ui;
     ASSERT_EQ(SavePeakList(s, dir.file("run.dat"), 5.0, 0, 4, 1, 20.0, ui), 0);
     const std::string path = dir.file("run_dat.pks");
-    const std::string raw = slurp(path);
+    const std::string raw = test::read_file(path);
     EXPECT_EQ(raw.rfind("There were 2 Peaks found from m/z=   290.00    to m/z=   510.00.\r\nPOSITIVE ION MODE\r\n", 0), 0u);
     EXPECT_EQ(raw.find('\n', 0), raw.find("\r\n", 0) + 1);
 
@@ -244,7 +225,7 @@ TEST(PeakListReader, DamagedAndForeignFiles) {
     };
     for (const auto& c : cases) {
         const std::string path = dir.file("case.pks");
-        spit(path, c.text);
+        test::write_file(path, c.text);
         Spectrum r;
         RecordingUi u;
         EXPECT_EQ(Get_Tulva_Peak_List(path, r, u), c.rc) << c.what;
@@ -256,12 +237,12 @@ TEST(PeakListReader, DamagedAndForeignFiles) {
         }
     }
     // Rows read before the end keep their values; the rest stay as allocated.
-    spit(dir.file("t.pks"), head + rows);
+    test::write_file(dir.file("t.pks"), head + rows);
     Spectrum t;
     ASSERT_EQ(Get_Tulva_Peak_List(dir.file("t.pks"), t, ui), 0);
     EXPECT_DOUBLE_EQ(t.peaks[2].index, 402.0);
     EXPECT_EQ(t.peaks[3].index, 0.0);
-    spit(dir.file("s.pks"), head + rows.substr(0, rows.find('\n') + 1) + "\xff\n" + rows);
+    test::write_file(dir.file("s.pks"), head + rows.substr(0, rows.find('\n') + 1) + "\xff\n" + rows);
     ASSERT_EQ(Get_Tulva_Peak_List(dir.file("s.pks"), t, ui), 0);
     EXPECT_DOUBLE_EQ(t.peaks[0].index, 400.0);
     EXPECT_EQ(t.peaks[1].index, 0.0);
@@ -318,7 +299,7 @@ TEST(OtherPeakListForms, AutoCalAndCsv) {
     Spectrum s = two_peaks();
     RecordingUi ui;
     ASSERT_EQ(SaveAutoCalPeakList(s, dir.file("cal.dat"), 5.0, 20.0, ui), 0);
-    const std::string t = slurp(dir.file("cal_dat.pks"));
+    const std::string t = test::read_file(dir.file("cal_dat.pks"));
     double f[1] = {158000.25}, m[1];
     Freq_tomass(s, f, m);
     const std::string row = fmt::format(" {:10.5f}       {:9.4f}       {:.7f}              {}         {:14.6f}\r\n", m[0],
@@ -326,7 +307,7 @@ TEST(OtherPeakListForms, AutoCalAndCsv) {
     EXPECT_NE(t.find("Frequency\r\n\r\n" + row), std::string::npos) << t;
 
     ASSERT_EQ(SavePeakListCsv(s, dir.file("x.csv"), ui), 0);
-    const std::string c = slurp(dir.file("x.csv"));
+    const std::string c = test::read_file(dir.file("x.csv"));
     EXPECT_EQ(c.rfind("m/z,Abundance,Relative Abundance,Resolving Power,Frequency,S/N,Width,Index\r\n"
                       "300.1234560,1234.5678000,100.00000,100041.2,158000.250000,42.5000,",
                       0),

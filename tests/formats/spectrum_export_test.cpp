@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -13,33 +11,14 @@
 
 #include "formats/spectrum_export.hpp"
 #include "platform/ui.hpp"
+#include "support/files.hpp"
 
 namespace vx {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct TempDir {
-    fs::path path;
-    TempDir() {
-        path = fs::temp_directory_path() / ("vx_export_" + std::to_string(::getpid()) + "_" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(path);
-        fs::create_directories(path);
-    }
-    ~TempDir() { fs::remove_all(path); }
-    std::string file(const std::string& name) const { return (path / name).string(); }
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-template <typename T>
-std::string bytes_of(const std::vector<T>& v) {
-    return std::string(reinterpret_cast<const char*>(v.data()), v.size() * sizeof(T));
-}
+using test::TempDir;
 
 Spectrum record(int domain, int detectmode, std::vector<float> data, double bw) {
     Spectrum s;
@@ -85,7 +64,7 @@ TEST(SpectrumExport, TextLayoutsByDomainAndMode) {
         const std::string path = dir.file(std::string(c.name) + ".csv");
         RecordingUi ui;
         ASSERT_EQ(write_spectrum_text(c.s, path, ui), 0) << c.name;
-        EXPECT_EQ(slurp(path), c.expect) << c.name;
+        EXPECT_EQ(test::read_file(path), c.expect) << c.name;
         EXPECT_TRUE(ui.messages.empty());
     }
 }
@@ -97,7 +76,7 @@ TEST(SpectrumExport, BinaryBlockAndWaveLayouts) {
     RecordingUi ui;
 
     ASSERT_EQ(write_spectrum_binary(s, dir.file("a.bin"), ui), 0);
-    EXPECT_EQ(slurp(dir.file("a.bin")), bytes_of(data));
+    EXPECT_EQ(test::read_file(dir.file("a.bin")), test::float_bytes(data));
 
     // Five int32 (the count, then zeros), masses with A and B (point 0 is
     // 100000), then the samples.
@@ -105,13 +84,13 @@ TEST(SpectrumExport, BinaryBlockAndWaveLayouts) {
     const std::vector<std::int32_t> head = {3, 0, 0, 0, 0};
     const std::vector<float> masses = {100000.0f, static_cast<float>(1000.0 / 1000.0 - 100.0 / 1e6),
                                        static_cast<float>(1000.0 / 2000.0 - 100.0 / 4e6)};
-    EXPECT_EQ(slurp(dir.file("a.xy.bin")), bytes_of(head) + bytes_of(masses) + bytes_of(data));
+    EXPECT_EQ(test::read_file(dir.file("a.xy.bin")), test::int32_bytes(head) + test::float_bytes(masses) + test::float_bytes(data));
 
     // A law with a negative result stores 100000 at that point as well.
     Spectrum neg = s;
     neg.Bterm = -1e12;
     ASSERT_EQ(write_spectrum_block(neg, dir.file("n.xy.bin"), ui), 0);
-    const std::string nb = slurp(dir.file("n.xy.bin"));
+    const std::string nb = test::read_file(dir.file("n.xy.bin"));
     float m1 = 0.0f;
     std::memcpy(&m1, nb.data() + 20 + 4, 4);
     EXPECT_EQ(m1, 100000.0f);
@@ -119,7 +98,7 @@ TEST(SpectrumExport, BinaryBlockAndWaveLayouts) {
     ASSERT_EQ(write_wave_file(s, dir.file("a.wav"), ui), 0);
     const std::string head_text =
         "RIFF.;..WAVEfmt.........\"V...X..\r\n....data|;......\r\n................\r\n................";
-    EXPECT_EQ(slurp(dir.file("a.wav")), head_text + bytes_of(data));
+    EXPECT_EQ(test::read_file(dir.file("a.wav")), head_text + test::float_bytes(data));
     EXPECT_TRUE(ui.messages.empty());
 }
 
@@ -134,24 +113,24 @@ TEST(SpectrumExport, CommandsAskAndNameAsTheDialoguesDo) {
     RecordingUi ui;
     ASSERT_EQ(SaveRawSpectrum(ws, RAW_BLOCK, dir.file("out"), ui), 0);
     EXPECT_TRUE(fs::exists(dir.file("out.bin")));
-    const std::string first = slurp(dir.file("out.bin"));
+    const std::string first = test::read_file(dir.file("out.bin"));
     ws.panels[0].spectrum.data = {7.0f, 8.0f};
     ui.confirms.push_back(false);
     EXPECT_EQ(SaveRawSpectrum(ws, RAW_BLOCK, dir.file("out.bin"), ui), -1);
     EXPECT_EQ(ui.messages.back().kind, "confirm");
     EXPECT_EQ(ui.messages.back().title, "File exists");
     EXPECT_EQ(ui.messages.back().text, "The file " + dir.file("out.bin") + " exists. Overwrite this file?");
-    EXPECT_EQ(slurp(dir.file("out.bin")), first);
+    EXPECT_EQ(test::read_file(dir.file("out.bin")), first);
     ui.confirms.push_back(true);
     EXPECT_EQ(SaveRawSpectrum(ws, RAW_BLOCK, dir.file("out.bin"), ui), 0);
-    EXPECT_NE(slurp(dir.file("out.bin")), first);
+    EXPECT_NE(test::read_file(dir.file("out.bin")), first);
 
     // Kind 1 asks for a scale factor that it does not apply.
     RecordingUi ui1;
     ui1.prompts.push_back(std::string("1000"));
     ASSERT_EQ(SaveRawSpectrum(ws, RAW_BINARY, dir.file("raw.bin"), ui1), 0);
     EXPECT_TRUE(ui1.saw("Scale Factor", "Type in the scale factor:"));
-    EXPECT_EQ(slurp(dir.file("raw.bin")), bytes_of(std::vector<float>{7.0f, 8.0f}));
+    EXPECT_EQ(test::read_file(dir.file("raw.bin")), test::float_bytes(std::vector<float>{7.0f, 8.0f}));
 
     // Without a name the dialogue asks; a cancelled dialogue writes nothing.
     RecordingUi ui2;

@@ -11,6 +11,7 @@
 
 #include "platform/ui.hpp"
 #include "platform/zip.hpp"
+#include "support/cli.hpp"
 #include "support/files.hpp"
 
 namespace vx {
@@ -559,13 +560,13 @@ TEST(TulvaReader, CommandLineInfo) {
     const std::string p = dir.file("cli.dat");
     test::write_file(p, test::tulva_text({"Vantorix Data File v4.00", "Data Points: 4", "Trap Voltage: 1.5"},
                                          test::int16_bytes({-1, 5, 2, 0})));
-    const std::string env = "VANTORIX_HOME=" + dir.file("home") + " ";
-    std::string out, err;
-    ASSERT_EQ(test::run_command(env + VANTORIX_CLI_PATH + std::string(" info --json ") + p, &out, &err), 0) << err;
-    EXPECT_NE(out.find("\"Trapvoltage\": 1.5"), std::string::npos) << out;
-    EXPECT_NE(out.find("\"min\": -1.0"), std::string::npos) << out;
-    EXPECT_NE(out.find("\"max\": 5.0"), std::string::npos) << out;
-    EXPECT_NE(out.find("\"sum\": 6.0"), std::string::npos) << out;
+    const std::string home = dir.file("home");
+    test::CliRun r = test::run_cli(home, "info --json " + p);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\"Trapvoltage\": 1.5"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("\"min\": -1.0"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("\"max\": 5.0"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("\"sum\": 6.0"), std::string::npos) << r.out;
 
     // A peak list is read back by the peak-list reader.
     const std::string pks = dir.file("list_dat.pks");
@@ -589,8 +590,9 @@ TEST(TulvaReader, CommandLineInfo) {
 
     const std::string bad = dir.file("bad.dat");
     test::write_file(bad, "Vantorix Data File v4.00\nData Points: 4\n");
-    EXPECT_NE(test::run_command(env + VANTORIX_CLI_PATH + std::string(" info ") + bad, &out, &err), 0);
-    EXPECT_NE(err.find("File Input Error: No Data Marker Found"), std::string::npos) << err;
+    r = test::run_cli(home, "info " + bad);
+    EXPECT_NE(r.status, 0);
+    EXPECT_NE(r.err.find("File Input Error: No Data Marker Found"), std::string::npos) << r.err;
 }
 
 }  // namespace

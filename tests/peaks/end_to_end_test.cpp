@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <filesystem>
-#include <random>
 
 #include <fmt/format.h>
 
@@ -13,24 +12,24 @@
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
 #include "peaks/reborn.hpp"
+#include "peaks/synthetic.hpp"
 #include "platform/ui.hpp"
 #include "sim/simulator.hpp"
+#include "support/cli.hpp"
+#include "support/files.hpp"
 #include "workspace/processing.hpp"
 
 namespace vx {
 namespace {
 
-namespace fs = std::filesystem;
 
 struct Simulation {
-    fs::path dir;
+    test::TempDir dir;
     std::string file;
     SimParameters p;
     std::vector<SimIon> ions;
     Simulation() {
-        dir = fs::temp_directory_path() / fmt::format("vx_e2e_{}_{}", ::getpid(), std::random_device{}());
-        fs::create_directories(dir);
-        file = (dir / "sim.dat").string();
+        file = dir.file("sim.dat");
         p.points = 1 << 20;
         p.noise = 0.01;
         p.int_storage = false;
@@ -46,12 +45,10 @@ struct Simulation {
         RecordingUi ui;
         EXPECT_EQ(write_simulated_file(file, p, ions, ui), 0);
     }
-    ~Simulation() { fs::remove_all(dir); }
 };
 
 int open_and_process(Workspace& ws, const std::string& file, Ui& ui) {
-    ws.settings_folder.clear();
-    const int slot = open_data_file(ws, file, FILETYPE_TULVA, read_tulva_into_slot, ui);
+    const int slot = test::open_tulva_file(ws, file, ui);
     if (slot < 0) return -1;
     ProcessCommandResult r;
     if (process_command(ws, ui, &r) < 0) return -1;
@@ -88,9 +85,7 @@ TEST(EndToEnd, EveryIonOfASimulatedTransientIsFound) {
     ASSERT_GE(n, 20);
     const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     for (const SimIon& ion : sim.ions) {
-        const Peak* best = nullptr;
-        for (const Peak& pk : s.peaks)
-            if (!best || std::fabs(pk.mass - ion.mz) < std::fabs(best->mass - ion.mz)) best = &pk;
+        const Peak* best = test::nearest_peak(s.peaks, ion.mz);
         ASSERT_NE(best, nullptr);
         EXPECT_LT(std::fabs(best->mass - ion.mz) / ion.mz * 1e6, 0.5) << ion.mz;
         EXPECT_NEAR(best->resolvingpower, rp_truth(best->frequency, sim.p), 0.12 * rp_truth(best->frequency, sim.p))
@@ -125,8 +120,7 @@ TEST(EndToEnd, ProcessMacroGivesTheSimulatedSignalToNoise) {
     Simulation sim;
     Workspace ws;
     RecordingUi ui;
-    ws.settings_folder.clear();
-    const int slot = open_data_file(ws, sim.file, FILETYPE_TULVA, read_tulva_into_slot, ui);
+    const int slot = test::open_tulva_file(ws, sim.file, ui);
     ASSERT_GE(slot, 0);
     PeakTable table;
     // A stretch between two ions holds only noise.
@@ -143,9 +137,7 @@ TEST(EndToEnd, ProcessMacroGivesTheSimulatedSignalToNoise) {
     EXPECT_NEAR(ws.settings.peak_threshold, s.noisemean + 6.0 * s.noisesigma, 1e-9);
     EXPECT_NEAR(ws.settings.noise_threshold, s.noisemean + 4.2 * s.noisesigma, 1e-9);
     for (const SimIon& ion : sim.ions) {
-        const Peak* best = nullptr;
-        for (const Peak& pk : s.peaks)
-            if (!best || std::fabs(pk.mass - ion.mz) < std::fabs(best->mass - ion.mz)) best = &pk;
+        const Peak* best = test::nearest_peak(s.peaks, ion.mz);
         ASSERT_NE(best, nullptr);
         ASSERT_LT(std::fabs(best->mass - ion.mz) / ion.mz * 1e6, 0.5) << ion.mz;
         EXPECT_NEAR(best->sn, sn_truth(ion.abundance, sim.p), 0.15 * sn_truth(ion.abundance, sim.p)) << ion.mz;
@@ -154,12 +146,12 @@ TEST(EndToEnd, ProcessMacroGivesTheSimulatedSignalToNoise) {
 
 TEST(EndToEnd, CommandLineWritesAListThatReadsBack) {
     Simulation sim;
-    const std::string out = (sim.dir / "sim.pks").string();
-    const std::string cmd = fmt::format("VANTORIX_HOME='{}' '{}' peaks '{}' --low-mass 200 --high-mass 800 --threshold 25 --noise-threshold 8 -o '{}' "
-                                        "> '{}' 2>&1",
-                                        (sim.dir / "home").string(), VANTORIX_CLI_PATH, sim.file, out,
-                                        (sim.dir / "log.txt").string());
-    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    const std::string out = sim.dir.file("sim.pks");
+    const std::string home = sim.dir.file("home");
+    const test::CliRun run = test::run_cli(
+        home, fmt::format("peaks '{}' --low-mass 200 --high-mass 800 --threshold 25 --noise-threshold 8 -o '{}'", sim.file, out),
+        true);
+    ASSERT_EQ(run.status, 0) << run.out;
     Spectrum r;
     RecordingUi ui;
     ASSERT_EQ(Get_Tulva_Peak_List(out, r, ui), 0);
@@ -170,10 +162,7 @@ TEST(EndToEnd, CommandLineWritesAListThatReadsBack) {
         EXPECT_TRUE(hit) << ion.mz;
     }
     // A missing file: exit status 1 and the reader's message.
-    const std::string bad = fmt::format("VANTORIX_HOME='{}' '{}' peaks '{}' -o '{}' > /dev/null 2>&1",
-                                        (sim.dir / "home").string(), VANTORIX_CLI_PATH,
-                                        (sim.dir / "absent.dat").string(), out);
-    EXPECT_NE(std::system(bad.c_str()), 0);
+    EXPECT_NE(test::run_cli(home, fmt::format("peaks '{}' -o '{}'", sim.dir.file("absent.dat"), out)).status, 0);
 }
 
 }  // namespace

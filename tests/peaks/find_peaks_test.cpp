@@ -18,8 +18,7 @@ struct Small {
     Spectrum s;
     Settings st;
     Small(std::vector<float> y, long first, long last) {
-        s = test::blank_spectrum(static_cast<int>(y.size()));
-        s.data = std::move(y);
+        s = test::spectrum_of(std::move(y));
         st = default_settings();
         st.high_mass = SPt_tomass(s, first + 0.001);
         st.low_mass = SPt_tomass(s, last + 0.001);
@@ -282,9 +281,7 @@ TEST(FindPeaksReborn, SimulatedIonsFoundAtTheirMassWithTheirResolvingPower) {
     int found = 0;
     std::vector<double> sn_log, height_log;
     for (const auto& ion : sim.ions) {
-        const auto it = std::min_element(s.peaks.begin(), s.peaks.end(), [&](const Peak& a, const Peak& b) {
-            return std::fabs(a.mass - ion.mz) < std::fabs(b.mass - ion.mz);
-        });
+        const Peak* it = test::nearest_peak(s.peaks, ion.mz);
         // Three points at the top of a line 5 to 10 points wide at S/N 30 and
         // more: a few ppm at worst.
         const double ppm = std::fabs(it->mass - ion.mz) / ion.mz * 1e6;

@@ -12,12 +12,6 @@
 namespace vx {
 namespace {
 
-Spectrum with_samples(std::vector<float> y) {
-    Spectrum s = test::blank_spectrum(static_cast<int>(y.size()));
-    s.data = std::move(y);
-    return s;
-}
-
 TEST(FindVantorixPeakIndexes, SimpleScanRules) {
     struct Case {
         const char* what;
@@ -37,7 +31,7 @@ TEST(FindVantorixPeakIndexes, SimpleScanRules) {
         {"reversed limits give nothing", {0, 0, 10, 50, 10, 0, 0, 0}, 7, 0, 20, 5, {}},
     };
     for (const auto& c : cases) {
-        const Spectrum s = with_samples(c.y);
+        const Spectrum s = test::spectrum_of(c.y);
         EXPECT_EQ(FindVantorixPeakIndexes(s, c.first, c.last, c.peak, c.noise), c.expected) << c.what;
     }
 }
@@ -65,7 +59,7 @@ TEST(FindVantorixPeakIndexesOldAndNew, WalkWithApexRules) {
         {"shoulder behind a peak", z(40, {{10, 100}, {11, 60}, {12, 70}, {13, 30}}), 0, 39, {10, 12}},
     };
     for (const auto& c : cases) {
-        const Spectrum s = with_samples(c.y);
+        const Spectrum s = test::spectrum_of(c.y);
         EXPECT_EQ(FindVantorixPeakIndexesOldAndNew(s, c.first, c.last, 50.0, 5.0, 3.0), c.expected) << c.what;
     }
 }
@@ -75,7 +69,7 @@ TEST(AssignAllPeaks, RecordsRunFromLowToHighMass) {
     y[9] = 40; y[10] = 100; y[11] = 80; y[12] = 20;  // point 10: higher m/z
     y[39] = 20; y[40] = 60;  y[41] = 20;              // point 40: lower m/z
     y[58] = 10; y[59] = 30; y[60] = 28; y[61] = 27; y[62] = 26; y[63] = 25;  // no half height on the right
-    Spectrum s = with_samples(y);
+    Spectrum s = test::spectrum_of(y);
     s.Trapvoltage = -2.0;  // |V| scales the second term
     RecordingUi ui;
     AssignAllPeaks(s, 3, {10, 40, 59}, ui);
@@ -112,7 +106,7 @@ TEST(CalculateRP, LorentzianWidthAndEdges) {
     EXPECT_NEAR(s.peaks[0].width, 500.0 / 20000.0, 0.02 * 500.0 / 20000.0);
 
     // A peak at the data's end still gets a width: the walk stops at the ends.
-    Spectrum e = with_samples({90, 100, 90, 80, 10, 0});
+    Spectrum e = test::spectrum_of({90, 100, 90, 80, 10, 0});
     e.peaks.resize(1);
     e.peaks[0].index = 1.0;
     e.peaks[0].abundance = 100.0;

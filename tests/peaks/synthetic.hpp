@@ -3,8 +3,10 @@
 // on the direct-mode axis with the default two-term calibration.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "workspace/conversions.hpp"
@@ -26,6 +28,13 @@ inline Spectrum blank_spectrum(int n) {
     s.dbandwidth = 1000000.0;
     s.hzppt = s.dbandwidth / n;
     s.data.assign(static_cast<std::size_t>(n), 0.0f);
+    return s;
+}
+
+// A blank spectrum holding the given samples (a hand-made profile).
+inline Spectrum spectrum_of(std::vector<float> y) {
+    Spectrum s = blank_spectrum(static_cast<int>(y.size()));
+    s.data = std::move(y);
     return s;
 }
 
@@ -65,6 +74,14 @@ inline void add_ions(Spectrum& s, const std::vector<Ion>& ions) {
             s.data[static_cast<std::size_t>(i)] += static_cast<float>(ion.height / (1.0 + x * x));
         }
     }
+}
+
+// The peak of a list nearest to an m/z; null for an empty list.
+inline const Peak* nearest_peak(const std::vector<Peak>& peaks, double mz) {
+    const Peak* best = nullptr;
+    for (const Peak& pk : peaks)
+        if (!best || std::fabs(pk.mass - mz) < std::fabs(best->mass - mz)) best = &pk;
+    return best;
 }
 
 // A petroleum-like list: count ions spread over [low, high] m/z, heights falling

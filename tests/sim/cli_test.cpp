@@ -1,59 +1,28 @@
 // "simulate" and "process" run as programs: a quadrature transient of two ion
 // polarities written, processed and exported in each layout, and refusals.
-#include <sys/wait.h>
-
-#include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "support/cli.hpp"
+#include "support/files.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
-
-struct CliRun {
-    int status = -1;
-    std::string out;
-};
+using vx::test::CliRun;
 
 class ProcessCli : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir_ = fs::temp_directory_path() / ("vx-process-cli-" + std::to_string(::getpid()));
-        fs::create_directories(dir_);
-        ::setenv("VANTORIX_HOME", (dir_ / "home").c_str(), 1);
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(dir_, ec);
-    }
-    static CliRun run(const std::string& args) {
-        CliRun r;
-        const std::string cmd = std::string("'") + VANTORIX_CLI_PATH + "' " + args + " 2>&1";
-        FILE* p = ::popen(cmd.c_str(), "r");
-        if (!p) return r;
-        std::array<char, 4096> buf{};
-        std::size_t n;
-        while ((n = std::fread(buf.data(), 1, buf.size(), p)) > 0) r.out.append(buf.data(), n);
-        const int st = ::pclose(p);
-        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        return r;
-    }
-    std::string path(const std::string& name) const { return (dir_ / name).string(); }
-    static std::string slurp(const std::string& f) {
-        std::ifstream in(f, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
-    fs::path dir_;
+    CliRun run(const std::string& args) const { return vx::test::run_cli(dir_.file("home"), args, true); }
+    std::string path(const std::string& name) const { return dir_.file(name); }
+    static std::string slurp(const std::string& f) { return vx::test::read_file(f); }
+    vx::test::TempDir dir_;
 };
 
 TEST_F(ProcessCli, SimulateThenProcessEveryLayout) {
-    std::ofstream(path("ions.csv")) << "mz,abundance\n500,1.0,0.3\n800,0.5,0.3,0,-1\n";
+    vx::test::write_file(path("ions.csv"), "mz,abundance\n500,1.0,0.3\n800,0.5,0.3,0,-1\n");
     CliRun r = run("simulate '" + path("ions.csv") + "' --detect quadrature --points 16384 --date 2026-05-05 -o '" +
                    path("q.dat") + "'");
     ASSERT_EQ(r.status, 0) << r.out;
@@ -98,16 +67,16 @@ TEST_F(ProcessCli, Refusals) {
     CliRun r = run("process '" + path("none.dat") + "' -o '" + path("a.txt") + "'");
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("must end in .csv, .bin, .xy.bin or .wav"), std::string::npos) << r.out;
-    std::ofstream(path("garbage.dat")) << "not a data file\n";
+    vx::test::write_file(path("garbage.dat"), "not a data file\n");
     r = run("process '" + path("garbage.dat") + "' -o '" + path("a.csv") + "'");
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("Not Valid TULVA Data File Format"), std::string::npos) << r.out;
-    std::ofstream(path("bad.csv")) << "500,x\n";
+    vx::test::write_file(path("bad.csv"), "500,x\n");
     r = run("simulate '" + path("bad.csv") + "' -o '" + path("b.dat") + "'");
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("Ion list error: Line 1 of"), std::string::npos) << r.out;
     EXPECT_FALSE(fs::exists(path("b.dat")));
-    std::ofstream(path("ok.csv")) << "500,1\n";
+    vx::test::write_file(path("ok.csv"), "500,1\n");
     r = run("simulate '" + path("ok.csv") + "' --points 1000 -o '" + path("b.dat") + "'");
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("Simulator error: The number of points 1000 must be a power of two"), std::string::npos) << r.out;

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <complex>
 #include <filesystem>
-#include <fstream>
 #include <numbers>
 #include <sstream>
 #include <string>
@@ -17,40 +16,21 @@
 #include "formats/tulva_reader.hpp"
 #include "platform/ui.hpp"
 #include "sim/simulator.hpp"
+#include "support/cli.hpp"
+#include "support/files.hpp"
 #include "workspace/conversions.hpp"
 #include "workspace/processing.hpp"
 
 namespace vx {
 namespace {
 
-namespace fs = std::filesystem;
 constexpr double PI = std::numbers::pi;
 
-struct TempDir {
-    fs::path path;
-    TempDir() {
-        path = fs::temp_directory_path() / ("vx_sim_" + std::to_string(::getpid()) + "_" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(path);
-        fs::create_directories(path);
-    }
-    ~TempDir() { fs::remove_all(path); }
-    std::string file(const std::string& name) const { return (path / name).string(); }
-    std::string write(const std::string& name, const std::string& text) const {
-        std::ofstream(path / name, std::ios::binary) << text;
-        return file(name);
-    }
-};
+using test::TempDir;
 
 // The m/z whose frequency under the two-term law is f.
 double mz_at(const SimParameters& p, double f) {
     return p.Aterm / f + p.Bterm * std::fabs(p.Trapvoltage) / (f * f);
-}
-
-// Opens a file as the opening road does; returns the slot or -1.
-int open_file(Workspace& ws, const std::string& path, Ui& ui) {
-    ws.settings_folder.clear();
-    return open_data_file(ws, path, FILETYPE_TULVA, read_tulva_into_slot, ui);
 }
 
 SimParameters small_params() {
@@ -177,7 +157,7 @@ TEST(Simulator, FileReadsBackWithItsHeaderAndSamples) {
         ASSERT_EQ(simulate_samples(p, ions, volts, ui), 0);
 
         Workspace ws;
-        const int slot = open_file(ws, path, ui);
+        const int slot = test::open_tulva_file(ws, path, ui);
         ASSERT_GE(slot, 0) << (ui.messages.empty() ? "" : ui.messages.back().text);
         const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
         EXPECT_EQ(s.datacount, 4096);
@@ -220,12 +200,8 @@ TEST(Simulator, SameSeedSameFileOtherSeedOtherNoise) {
     ASSERT_EQ(write_simulated_file(dir.file("b.dat"), p, ions, ui), 0);
     p.seed = 2;
     ASSERT_EQ(write_simulated_file(dir.file("c.dat"), p, ions, ui), 0);
-    auto slurp = [](const std::string& f) {
-        std::ifstream in(f, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
-    EXPECT_EQ(slurp(dir.file("a.dat")), slurp(dir.file("b.dat")));
-    EXPECT_NE(slurp(dir.file("a.dat")), slurp(dir.file("c.dat")));
+    EXPECT_EQ(test::read_file(dir.file("a.dat")), test::read_file(dir.file("b.dat")));
+    EXPECT_NE(test::read_file(dir.file("a.dat")), test::read_file(dir.file("c.dat")));
     // The noise has the asked rms.
     std::vector<float> v;
     p.noise = 0.5;
@@ -287,7 +263,7 @@ TEST(Simulator, QuadratureIonsSplitByPolarity) {
     RecordingUi ui;
     ASSERT_EQ(write_simulated_file(dir.file("q.dat"), p, ions, ui), 0);
     Workspace ws;
-    const int slot = open_file(ws, dir.file("q.dat"), ui);
+    const int slot = test::open_tulva_file(ws, dir.file("q.dat"), ui);
     ASSERT_GE(slot, 0);
     ws.settings.apodization = APOD_NONE;
     ws.settings.zerofills = 0;
@@ -317,7 +293,7 @@ TEST(Simulator, QuadratureIonsSplitByPolarity) {
     RecordingUi ui1;
     ASSERT_EQ(write_simulated_file(dir.file("q1.dat"), p, {ions[0]}, ui1), 0);
     Workspace ws1;
-    ASSERT_EQ(open_file(ws1, dir.file("q1.dat"), ui1), 0);
+    ASSERT_EQ(test::open_tulva_file(ws1, dir.file("q1.dat"), ui1), 0);
     ws1.settings.apodization = APOD_NONE;
     ws1.settings.zerofills = 0;
     RecordingUi pui1;
@@ -425,7 +401,7 @@ TEST(Simulator, PaddedSizeReadsIntoThePowerOfTwo) {
     RecordingUi ui;
     ASSERT_EQ(write_simulated_file(dir.file("big.dat"), p, ions, ui), 0);
     Workspace ws;
-    const int slot = open_file(ws, dir.file("big.dat"), ui);
+    const int slot = test::open_tulva_file(ws, dir.file("big.dat"), ui);
     ASSERT_GE(slot, 0);
     const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     EXPECT_EQ(s.datacount, 16777216);

@@ -30,6 +30,12 @@ TempDir::~TempDir() {
     if (path_ != fs::temp_directory_path()) fs::remove_all(path_, ec);
 }
 
+std::string TempDir::write(const std::string& name, const std::string& bytes) const {
+    const std::string p = file(name);
+    write_file(p, bytes);
+    return p;
+}
+
 template <typename T>
 static std::string bytes_of(const std::vector<T>& v) {
     std::string s(v.size() * sizeof(T), '\0');
@@ -38,6 +44,7 @@ static std::string bytes_of(const std::vector<T>& v) {
 }
 
 std::string int16_bytes(const std::vector<std::int16_t>& v) { return bytes_of(v); }
+std::string int32_bytes(const std::vector<std::int32_t>& v) { return bytes_of(v); }
 std::string float_bytes(const std::vector<float>& v) { return bytes_of(v); }
 std::string double_bytes(const std::vector<double>& v) { return bytes_of(v); }
 

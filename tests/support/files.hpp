@@ -17,6 +17,8 @@ public:
     TempDir& operator=(const TempDir&) = delete;
     const std::filesystem::path& path() const { return path_; }
     std::string file(const std::string& name) const { return (path_ / name).string(); }
+    // Writes bytes to the named file in the folder; returns its path.
+    std::string write(const std::string& name, const std::string& bytes) const;
 
 private:
     std::filesystem::path path_;
@@ -24,6 +26,7 @@ private:
 
 // Raw little-endian bytes of sample arrays.
 std::string int16_bytes(const std::vector<std::int16_t>& v);
+std::string int32_bytes(const std::vector<std::int32_t>& v);
 std::string float_bytes(const std::vector<float>& v);
 std::string double_bytes(const std::vector<double>& v);
 

@@ -1,52 +1,27 @@
 // The "convert" command of the command line, run as a program on the default header.
-#include <sys/wait.h>
-
-#include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "support/cli.hpp"
+#include "support/files.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
-
-struct CliRun {
-    int status = -1;
-    std::string out;
-};
+using vx::test::CliRun;
 
 class ConvertCli : public ::testing::Test {
 protected:
-    void SetUp() override {
-        home_ = fs::temp_directory_path() / ("vx-convert-" + std::to_string(::getpid()));
-        fs::create_directories(home_);
-        ::setenv("VANTORIX_HOME", home_.c_str(), 1);
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(home_, ec);
-    }
     // Runs the command line with args; stderr joins stdout when merge is set.
-    static CliRun run(const std::string& args, bool merge = false) {
-        CliRun r;
-        const std::string cmd = std::string("'") + VANTORIX_CLI_PATH + "' " + args + (merge ? " 2>&1" : " 2>/dev/null");
-        FILE* p = ::popen(cmd.c_str(), "r");
-        if (!p) return r;
-        std::array<char, 4096> buf{};
-        std::size_t n;
-        while ((n = std::fread(buf.data(), 1, buf.size(), p)) > 0) r.out.append(buf.data(), n);
-        const int st = ::pclose(p);
-        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        return r;
+    CliRun run(const std::string& args, bool merge = false) const {
+        return vx::test::run_cli(home_.path().string(), args, merge);
     }
-    fs::path home_;
+    vx::test::TempDir home_;
 };
 
 TEST_F(ConvertCli, MassesToPointsOnTheDefaultHeader) {
@@ -105,15 +80,12 @@ TEST_F(ConvertCli, OverridesReachTheLaws) {
 
 TEST_F(ConvertCli, CalibrationComesFromTheFileAndOverridesWin) {
     // A small v4 transient: heterodyne at 50 kHz, 1953.125 Hz a point, V = 2.
-    const fs::path dat = home_ / "cal.dat";
-    {
-        std::ofstream out(dat, std::ios::binary);
-        out << "Vantorix Data File v4.0\r\nData Points: 1024\r\nBandwidth: 2000000\r\n"
-               "Source Coeff0: 1.0e8\r\nSource Coeff1: -2.0e9\r\nTrap Voltage: -2\r\n"
-               "Detect Mode: 1\r\nReference Frequency: 50000\r\nData:\r\n";
-        const std::vector<std::int16_t> samples(1024, 7);
-        out.write(reinterpret_cast<const char*>(samples.data()), static_cast<std::streamsize>(samples.size() * 2));
-    }
+    const fs::path dat = home_.path() / "cal.dat";
+    vx::test::write_file(dat.string(),
+                         "Vantorix Data File v4.0\r\nData Points: 1024\r\nBandwidth: 2000000\r\n"
+                         "Source Coeff0: 1.0e8\r\nSource Coeff1: -2.0e9\r\nTrap Voltage: -2\r\n"
+                         "Detect Mode: 1\r\nReference Frequency: 50000\r\nData:\r\n" +
+                             vx::test::int16_bytes(std::vector<std::int16_t>(1024, 7)));
     CliRun r = run("convert '" + dat.string() + "' --mz 100 --json");
     ASSERT_EQ(r.status, 0) << r.out;
     auto j = nlohmann::json::parse(r.out);
@@ -131,8 +103,8 @@ TEST_F(ConvertCli, CalibrationComesFromTheFileAndOverridesWin) {
     EXPECT_DOUBLE_EQ(c["SPt_tomass"].get<double>(), 1.0e8 / 195312.5 - 2.0e9 / (195312.5 * 195312.5));
 
     // Not a data file: the reader's own message and a failure.
-    const fs::path junk = home_ / "junk.dat";
-    std::ofstream(junk) << "hello\n";
+    const fs::path junk = home_.path() / "junk.dat";
+    vx::test::write_file(junk.string(), "hello\n");
     r = run("convert '" + junk.string() + "' --point 500", true);
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out.rfind("File Input Error: ", 0), 0u) << r.out;

@@ -6,11 +6,11 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <random>
 
 #include "platform/ui.hpp"
+#include "support/files.hpp"
 #include "workspace/conversions.hpp"
 
 namespace vx {
@@ -502,9 +502,7 @@ TEST(Display, CursorReadoutTexts) {
 }
 
 TEST(Display, ChromatogramsSumThePeakListsOfTheScans) {
-    namespace fs = std::filesystem;
-    const fs::path dir = fs::temp_directory_path() / "vx_display_tic";
-    fs::create_directories(dir);
+    const test::TempDir dir;
     // Two scans: one written with the centre-of-mass block (heights at column
     // 33), one without (column 15), one whose list is missing.
     auto row = [](double mz, double rel, double height) {
@@ -513,21 +511,18 @@ TEST(Display, ChromatogramsSumThePeakListsOfTheScans) {
                       height, 4000, 123.0);
         return std::string(line);
     };
-    auto write = [&](const std::string& name, const std::string& text) {
-        std::ofstream(dir / name) << text;
-    };
-    write("a_Z.pks",
-          "Peaklist:  3 peaks\nPOSITIVE ION MODE\nthresholds\nData Detected at (seconds): 1.5\n"
-          " Center of Mass for the Assigned Window is   500.0000\n\nheader\n\n" +
-              row(400, 10, 100) + row(500, 20, 200) + row(600, 30, 300));
-    write("b_Z.pks",
-          "Peaklist:  2 peaks\nPOSITIVE ION MODE\nthresholds\nno time here\nheader\n"
-          "  450.00000    7.5\n"
-          "  550.00000    2.5\n");
+    dir.write("a_Z.pks",
+              "Peaklist:  3 peaks\nPOSITIVE ION MODE\nthresholds\nData Detected at (seconds): 1.5\n"
+              " Center of Mass for the Assigned Window is   500.0000\n\nheader\n\n" +
+                  row(400, 10, 100) + row(500, 20, 200) + row(600, 30, 300));
+    dir.write("b_Z.pks",
+              "Peaklist:  2 peaks\nPOSITIVE ION MODE\nthresholds\nno time here\nheader\n"
+              "  450.00000    7.5\n"
+              "  550.00000    2.5\n");
     Workspace ws;
     AnalysisPanel& p = ws.panels[0];
     p.spectrum.domain = DOMAIN_CHROMATOGRAM;
-    p.spectrum.lcmsfiles = {(dir / "a.Z").string(), (dir / "b.Z").string(), (dir / "c.Z").string()};
+    p.spectrum.lcmsfiles = {dir.file("a.Z"), dir.file("b.Z"), dir.file("c.Z")};
     RecordingUi ui;
     ASSERT_EQ(Calculate_TIC(p, ui), 0);
     ASSERT_EQ(p.spectrum.data.size(), 3u);
@@ -537,7 +532,7 @@ TEST(Display, ChromatogramsSumThePeakListsOfTheScans) {
     EXPECT_DOUBLE_EQ(p.spectrum.xvalues[0], 1.5);
     EXPECT_DOUBLE_EQ(p.spectrum.xvalues[1], 1.0);  // the scan index
     EXPECT_EQ(p.xmode, XMODE_CHROMATOGRAM);
-    EXPECT_EQ(p.spectrum.lcmsfiles[0], (dir / "a.Z").string());  // names restored
+    EXPECT_EQ(p.spectrum.lcmsfiles[0], dir.file("a.Z"));  // names restored
     ASSERT_EQ(Calculate_SIC(p, 560, 440, ui), 0);
     EXPECT_FLOAT_EQ(p.spectrum.data[0], 200.0f);
     EXPECT_FLOAT_EQ(p.spectrum.data[1], 10.0f);
@@ -548,7 +543,6 @@ TEST(Display, ChromatogramsSumThePeakListsOfTheScans) {
     EXPECT_EQ(Calculate_SIC(spectrum, 1, 2, ui), -1);
     EXPECT_TRUE(ui.saw("Warning", "TIC not allowed for current data type"));
     EXPECT_TRUE(ui.saw("Warning", "SIC not allowed for current data type"));
-    fs::remove_all(dir);
 }
 
 }  // namespace
