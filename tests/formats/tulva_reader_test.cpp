@@ -579,8 +579,9 @@ TEST(TulvaReader, CommandLineInfo) {
     text += fmt::sprintf("%10.5f       %9.4f       %14.7f              %d         %14.6f\r\n", 400.125, 100.0, 10000.0,
                          220000, 118808.25);
     test::write_file(pks, text);
-    ASSERT_EQ(test::run_command(env + VANTORIX_CLI_PATH + std::string(" info --json ") + pks, &out, &err), 0) << err;
-    const auto j = nlohmann::json::parse(out);
+    r = test::run_cli(home, "info --json " + pks);
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);
     EXPECT_EQ(j["header"]["domain"], 3);
     EXPECT_EQ(j["header"]["peakcount"], 2);
     ASSERT_EQ(j["peaks"].size(), 2u);
