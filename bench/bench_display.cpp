@@ -3,7 +3,7 @@
 //
 //   build/release/bench_display --benchmark_min_time=1
 //
-// The ratio of each mode's time to BM_PlainMinMax is the number that matters.
+// The ratio of each mode's time to BM_Baseline_PlainMinMax is the number that matters.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -33,7 +33,7 @@ vx::AnalysisPanel& panel() {
     return p;
 }
 
-void BM_PlainMinMax(benchmark::State& state) {
+void BM_Baseline_PlainMinMax(benchmark::State& state) {
     const auto& data = panel().spectrum.data;
     for (auto _ : state) {
         vx::MinMax m = vx::minmax_kernel(data.data() + 1, kPoints - 2);
@@ -41,7 +41,7 @@ void BM_PlainMinMax(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * (kPoints - 2) * 4);
 }
-BENCHMARK(BM_PlainMinMax)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Baseline_PlainMinMax)->Unit(benchmark::kMillisecond);
 
 void BM_StdMinMaxElement(benchmark::State& state) {
     const auto& data = panel().spectrum.data;

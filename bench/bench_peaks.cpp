@@ -49,7 +49,7 @@ public:
 };
 
 // The baseline: one pass over the searched samples (largest value and sum).
-void BM_PlainPass(benchmark::State& state) {
+void BM_Baseline_PlainPass(benchmark::State& state) {
     Fixture& f = fixture();
     for (auto _ : state) {
         float biggest = 0.0f;
@@ -64,7 +64,7 @@ void BM_PlainPass(benchmark::State& state) {
     }
     state.counters["points"] = static_cast<double>(f.upper - f.lower + 1);
 }
-BENCHMARK(BM_PlainPass)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Baseline_PlainPass)->Unit(benchmark::kMillisecond);
 
 // Noise of the whole range in consecutive 5 m/z windows: every sample once.
 void BM_CalculateNoise(benchmark::State& state) {

@@ -3,8 +3,9 @@
 
 Reads Google Benchmark JSON (--benchmark_format=json) on stdin or from files.
 A baseline is a benchmark whose name starts with "BM_Baseline"; a measured
-benchmark uses the baseline with the same argument suffix ("/16777216"), or the
-only baseline of the program when there is one.
+benchmark uses the baselines whose argument is its counter "baseline_arg" when it
+has one, else those with the same argument suffix ("/16777216"), else the only
+baseline of the program when there is one.
 """
 import json
 import sys
@@ -35,14 +36,17 @@ def report(doc):
         base, args = split(key(b))
         if base.startswith("BM_Baseline"):
             continue
-        cands = baselines.get(args) or (only if len(only) == 1 else [])
+        if "baseline_arg" in b:
+            cands = baselines.get(str(int(b["baseline_arg"])), [])
+        else:
+            cands = baselines.get(args) or (only if len(only) == 1 else [])
         if not cands:
             print(f"{key(b):50s} {b['real_time']:10.2f} {b['time_unit']}  (no baseline)")
             continue
-        ref = cands[0]
-        ratio = b["real_time"] / ref["real_time"]
-        print(f"{key(b):50s} {b['real_time']:10.2f} {b['time_unit']}  "
-              f"vs {key(ref)} {ref['real_time']:.2f} {ref['time_unit']}  ratio {ratio:.2f}")
+        for ref in cands:
+            ratio = b["real_time"] / ref["real_time"]
+            print(f"{key(b):50s} {b['real_time']:10.2f} {b['time_unit']}  "
+                  f"vs {key(ref)} {ref['real_time']:.2f} {ref['time_unit']}  ratio {ratio:.2f}")
 
 
 def main():
