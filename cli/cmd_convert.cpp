@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.hpp"
+#include "formats/open_file.hpp"
 #include "formats/tulva_reader.hpp"
 #include "workspace/conversions.hpp"
 
@@ -146,7 +147,7 @@ int run_convert(Context& ctx, const ConvertOptions& o) {
         if (ctx.load_settings() < 0) return 1;
         Workspace& ws = ctx.ws;
         ws.settings_folder.clear();  // converting does not touch the recent-file list
-        const int slot = open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
+        const int slot = open_any_file(ws, o.file, ctx.ui);
         if (slot < 0) return 1;
         const Spectrum& opened = ws.panels[static_cast<std::size_t>(slot)].spectrum;
         // Only the header takes part: the sample arrays stay in the slot.
@@ -217,13 +218,13 @@ void add_override(CLI::App* sub, const char* name, std::optional<T>& target, con
 CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto o = std::make_shared<ConvertOptions>();
     auto* sub = app.add_subcommand("convert", "Convert data points, masses or frequencies through a calibration");
-    sub->add_option("file", o->file, "Tulva data file whose calibration is used");
+    sub->add_option("file", o->file, "Data file whose calibration is used (Tulva file, peak list or Bruker directory)");
     sub->add_flag("--no-file", o->no_file, "Use the default header instead of a data file");
     sub->add_option("--mz", o->points_for_mz, "Print the m/z of these data points");
     sub->add_option("--point", o->masses_for_pt, "Print the data points of these masses");
     sub->add_option("--freq", o->freqs_for_mz, "Print the masses of these frequencies (Hz)");
     sub->add_flag("--json", o->json, "Print JSON instead of a table");
-    add_override(sub, "--caltype", o->caltype, "Calibration type (0, 1, 3, 4, 5)");
+    add_override(sub, "--caltype", o->caltype, "Calibration type (0, 1, 3, 4, 5; 6 the instrument law of Bruker .d data)");
     add_override(sub, "--detectmode", o->detectmode, "Detection mode (0 direct, 1 +heterodyne, 2 quadrature, 3 -heterodyne)");
     add_override(sub, "--filetype", o->filetype, "Source of the data (2: Bruker forms)");
     add_override(sub, "--aterm", o->aterm, "Calibration term A");

@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 
 #include "commands.hpp"
+#include "formats/bruker.hpp"
+#include "formats/open_file.hpp"
 #include "formats/peak_list.hpp"
 #include "formats/tulva_reader.hpp"
 #include "workspace/spectrum_json.hpp"
@@ -26,8 +28,33 @@ bool is_peak_list(const std::string& path) {
     return ext == ".pks";
 }
 
-int read_peak_list_into_slot(Workspace& ws, const std::string& path, int slot, Ui& ui) {
-    return Get_Tulva_Peak_List(path, ws.panels[static_cast<std::size_t>(slot)].spectrum, ui);
+// The parameters of an apex/solariX acquisition as its files give them (null
+// for any other file).
+nlohmann::ordered_json bruker_acquisition_json(const std::string& path, Ui& ui) {
+    const std::string dir = bruker_directory_of(path);
+    const BrukerLayout layout = bruker_layout(dir);
+    if (layout != BrukerLayout::Method && layout != BrukerLayout::Acqus) return nullptr;
+    BrukerParameters bp;
+    if (read_bruker_parameters(dir, bp, ui) < 0) return nullptr;
+    nlohmann::ordered_json j;
+    j["directory"] = bp.directory;
+    j["parameter_file"] = bp.parameter_file;
+    j["data_file"] = bp.data_file;
+    j["TD"] = bp.TD;
+    j["SW_h"] = bp.SW_h;
+    j["BYTORDA"] = bp.BYTORDA;
+    j["ML1"] = bp.ML1;
+    j["ML2"] = bp.ML2;
+    j["ML3"] = bp.ML3;
+    j["EXC_low"] = bp.EXC_low;
+    j["EXC_hi"] = bp.EXC_hi;
+    j["NS"] = bp.NS;
+    j["transients"] = bp.transients;
+    j["date"] = bp.date;
+    j["method"] = bp.method;
+    j["user"] = bp.user;
+    j["sample"] = bp.sample;
+    return j;
 }
 
 nlohmann::ordered_json peaks_json(const Spectrum& s) {
@@ -55,12 +82,13 @@ int run_info(Context& ctx, const InfoOptions& o) {
     Workspace& ws = ctx.ws;
     ws.settings_folder.clear();  // info does not touch the recent-file list
     const bool peak_list = is_peak_list(o.file);
-    const int slot = peak_list ? open_data_file(ws, o.file, FILETYPE_PEAKLIST, read_peak_list_into_slot, ctx.ui)
-                               : open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
+    const int slot = open_any_file(ws, o.file, ctx.ui);
     if (slot < 0) return 1;
 
     nlohmann::ordered_json out = spectrum_json(ws.panels[static_cast<std::size_t>(slot)].spectrum);
     if (peak_list) out["peaks"] = peaks_json(ws.panels[static_cast<std::size_t>(slot)].spectrum);
+    const auto acquisition = bruker_acquisition_json(o.file, ctx.ui);
+    if (!acquisition.is_null()) out["acquisition"] = acquisition;
     if (!ws.comment_text.empty()) out["comment"] = ws.comment_text;
     auto channels = nlohmann::ordered_json::array();
     for (int extra : {ws.sed_second_panel, ws.sed_third_panel}) {
@@ -82,6 +110,15 @@ int run_info(Context& ctx, const InfoOptions& o) {
                 std::cout << fmt::format("{:14.5f} {:14.4f} {:14.4f} {:12.0f} {:16.6f}\n", p.index, p.abundance,
                                          p.relabundance, p.resolvingpower, p.frequency);
         }
+        if (out.contains("acquisition")) {
+            const auto& a = out["acquisition"];
+            std::cout << "-- acquisition\n";
+            for (auto it = a.begin(); it != a.end(); ++it) {
+                if (it->is_string()) std::cout << it.key() << ": " << it->get<std::string>() << '\n';
+                else if (it->is_number_float()) std::cout << fmt::format("{}: {:.10g}\n", it.key(), it->get<double>());
+                else std::cout << it.key() << ": " << it->dump() << '\n';
+            }
+        }
         if (out.contains("comment")) std::cout << "comment: " << ws.comment_text << '\n';
         int n = 2;
         for (int extra : {ws.sed_second_panel, ws.sed_third_panel}) {
@@ -97,7 +134,7 @@ int run_info(Context& ctx, const InfoOptions& o) {
 CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto o = std::make_shared<InfoOptions>();
     auto* sub = app.add_subcommand("info", "Open a data file and print its header fields and sample statistics");
-    sub->add_option("file", o->file, "Tulva data file (.dat, .new, .swf, .Z) or peak list (.pks)")->required();
+    sub->add_option("file", o->file, "Tulva data file (.dat, .new, .swf, .Z), peak list (.pks) or Bruker directory (or a file in it)")->required();
     sub->add_flag("--json", o->json, "Print JSON instead of text");
     sub->add_option("--heterodyne", o->heterodyne,
                     "Answer for old files without a version: +REF or -REF (reference in Hz); default direct mode");

@@ -9,6 +9,7 @@
 
 #include "commands.hpp"
 #include "formats/peak_list.hpp"
+#include "formats/open_file.hpp"
 #include "formats/tulva_reader.hpp"
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
@@ -79,7 +80,7 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
         return 1;
     }
 
-    const int slot = open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
+    const int slot = open_any_file(ws, o.file, ctx.ui);
     if (slot < 0) return 1;
     AnalysisPanel& p = ws.panels[static_cast<std::size_t>(slot)];
     Spectrum& s = p.spectrum;
@@ -161,7 +162,7 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
 CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto o = std::make_shared<PeaksOptions>();
     auto* sub = app.add_subcommand("peaks", "Find the peaks of a transient or spectrum and write a peak list");
-    sub->add_option("file", o->file, "Tulva data file (.dat, .new, .swf, .Z); transients are processed first")
+    sub->add_option("file", o->file, "Data file (Tulva .dat, .new, .swf, .Z, or a Bruker directory); transients are processed first")
         ->required();
     sub->add_option("-o,--output", o->out, "Peak list to write (default: the data file's name as x_dat.pks)");
     sub->add_option("--low-mass", o->low_mass, "Lower m/z limit (default: the excited range or the data)");

@@ -8,6 +8,7 @@
 
 #include "commands.hpp"
 #include "formats/spectrum_export.hpp"
+#include "formats/open_file.hpp"
 #include "formats/tulva_reader.hpp"
 #include "workspace/processing.hpp"
 
@@ -86,7 +87,7 @@ int run_process(Context& ctx, const ProcessOptions& o) {
     if (o.boxcar) v.boxcar = 1;
     if (process_options_ok(ws, v, false, ctx.ui) < 0) return 1;
 
-    const int slot = open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
+    const int slot = open_any_file(ws, o.file, ctx.ui);
     if (slot < 0) return 1;
 
     if (o.zero_out.size() == 2) {
@@ -124,7 +125,7 @@ int run_process(Context& ctx, const ProcessOptions& o) {
 CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto o = std::make_shared<ProcessOptions>();
     auto* sub = app.add_subcommand("process", "Process a transient into a spectrum and export it");
-    sub->add_option("file", o->file, "Tulva data file (.dat, .new, .swf, .Z)")->required();
+    sub->add_option("file", o->file, "Data file (Tulva .dat, .new, .swf, .Z, or a Bruker directory)")->required();
     sub->add_option("-o,--output", o->out,
                     "Spectrum file: .csv (text), .bin (raw float32), .xy.bin (masses and intensities), .wav")
         ->required();

@@ -89,7 +89,7 @@ bool freq_to_point(const Spectrum& s, double f, double& p) {
 }
 
 // The law that links frequency and m/z, chosen once per call.
-enum class Law { TwoTerm, Inverted, ThreeTerm, BrukerShort, BrukerQuadratic, None };
+enum class Law { TwoTerm, Inverted, ThreeTerm, BrukerShort, BrukerQuadratic, Instrument, None };
 
 struct LawTerms {
     double A, B, Ct, V;
@@ -103,6 +103,8 @@ LawTerms law_terms(const Spectrum& s) {
 // the caller decides about the table). Bruker data switch to the quadratic
 // form at the caller's own threshold on |Cterm|.
 Law select_law(const Spectrum& s, int caltype, double bruker_threshold) {
+    // The instrument's own law carries its terms exactly and needs no threshold.
+    if (caltype == CALTYPE_INSTRUMENT) return Law::Instrument;
     if (s.filetype == FILETYPE_BRUKER && (caltype == CALTYPE_TWO_TERM || caltype == CALTYPE_WALKING))
         return std::fabs(s.Cterm) >= bruker_threshold ? Law::BrukerQuadratic : Law::BrukerShort;
     switch (caltype) {
@@ -122,6 +124,7 @@ void with_law(Law law, Fn&& fn) {
         case Law::ThreeTerm: fn(std::integral_constant<Law, Law::ThreeTerm>{}); break;
         case Law::BrukerShort: fn(std::integral_constant<Law, Law::BrukerShort>{}); break;
         case Law::BrukerQuadratic: fn(std::integral_constant<Law, Law::BrukerQuadratic>{}); break;
+        case Law::Instrument: fn(std::integral_constant<Law, Law::Instrument>{}); break;
         case Law::None: fn(std::integral_constant<Law, Law::None>{}); break;
     }
 }
@@ -152,6 +155,8 @@ double law_mass(const LawTerms& t, double f) {
         return t.A / (f + t.B);
     } else if constexpr (L == Law::BrukerQuadratic) {
         return bruker_quadratic_mass(t, f);
+    } else if constexpr (L == Law::Instrument) {
+        return instrument_mass(t.A, t.B, t.Ct, f);
     } else {
         return f;
     }
@@ -171,6 +176,8 @@ double law_freq(const LawTerms& t, double m) {
         return t.A / m - t.B;
     } else if constexpr (L == Law::BrukerQuadratic) {
         return t.A / m + t.Ct / (m * m) + t.B;
+    } else if constexpr (L == Law::Instrument) {
+        return instrument_freq(t.A, t.B, t.Ct, m);
     } else {
         return m;
     }
@@ -302,6 +309,25 @@ void walking_impl(const Spectrum& s, std::span<const double> points, std::span<d
 
 }  // namespace
 
+double instrument_mass(double ML1, double ML2, double ML3, double f) {
+    if (ML3 == 0.0) {
+        const double m = ML1 / (f + ML2);
+        return m > 0.0 ? m : MASS_OUT_OF_LAW;
+    }
+    // ML3 u^2 + ML1 u + (ML2 - f) = 0 with u = 1/m, written for m so that it
+    // does not lose digits when ML3 is small against ML1^2 / f.
+    const double d = f - ML2;
+    const double disc = ML1 * ML1 + 4.0 * ML3 * d;
+    if (!(disc >= 0.0) || !(d > 0.0)) return MASS_OUT_OF_LAW;
+    const double m = (ML1 + std::sqrt(disc)) / (2.0 * d);
+    return m > 0.0 ? m : MASS_OUT_OF_LAW;
+}
+
+double instrument_freq(double ML1, double ML2, double ML3, double m) {
+    if (ML3 == 0.0) return ML1 / m - ML2;
+    return ML1 / m + ML2 + ML3 / (m * m);
+}
+
 void Pt_tofreq(const Spectrum& s, std::span<const double> points, std::span<double> freqs) {
     const std::size_t n = common_size(points.size(), freqs.size());
     const AxisTerms a = axis_terms(s);
@@ -373,6 +399,7 @@ double SPt_tomass(const Spectrum& s, double point) {
             break;
         case CALTYPE_INVERTED: m = law_mass<Law::Inverted>(t, f); break;
         case CALTYPE_THREE_TERM: m = law_mass<Law::ThreeTerm>(t, f); break;
+        case CALTYPE_INSTRUMENT: m = law_mass<Law::Instrument>(t, f); break;
         default: break;
     }
     if (m < 0.0) m = MASS_OUT_OF_LAW;
@@ -385,7 +412,7 @@ double SMass_toPt(const Spectrum& s, double mass) {
     const double V = s.Trapvoltage == 0.0 ? 1.0 : std::fabs(s.Trapvoltage);
     double f = 1.0;  // the frequency of an unknown calibration type
     const Law law = select_law(s, s.caltype, BRUKER_CT_SMASS_TOPT);
-    if (law == Law::BrukerShort || law == Law::BrukerQuadratic) {
+    if (law == Law::BrukerShort || law == Law::BrukerQuadratic || law == Law::Instrument) {
         with_law(law, [&](auto L) { f = law_freq<L()>(law_terms(s), mass); });
     } else if (s.caltype == CALTYPE_TWO_TERM || s.caltype == CALTYPE_WALKING) {
         // The rationalised root: same value as the array form, other rounding.
@@ -410,7 +437,9 @@ double One_pt_tomass(const Spectrum& s, double point) {
 }
 
 double One_mass_topt(const Spectrum& s, double mass) {
-    if (s.caltype != CALTYPE_TWO_TERM && s.caltype != CALTYPE_THREE_TERM && s.caltype != CALTYPE_WALKING) return 0.0;
+    if (s.caltype != CALTYPE_TWO_TERM && s.caltype != CALTYPE_THREE_TERM && s.caltype != CALTYPE_WALKING &&
+        s.caltype != CALTYPE_INSTRUMENT)
+        return 0.0;
     return mass_to_point(s, mass, BRUKER_CT_ONE_MASS_TOPT);
 }
 

@@ -46,6 +46,14 @@ std::pair<float, float> Min_max(double x1, double x2, const Spectrum& s);
 long GetIndexFromMassXcal(double mass, const Spectrum& s);
 void Array_root(std::span<float> values);
 
+// The instrument law of apex/solariX data (CALTYPE_INSTRUMENT), f in Hz, m in
+// m/z. With ML3 = 0 the files store ML2 with the other sign: m = ML1 / (f + ML2).
+// Otherwise f = ML1/m + ML2 + ML3/m^2, solved for m with the root that gives a
+// positive m/z. The two are exact inverses of each other; a frequency outside
+// the law (no positive root) gives MASS_OUT_OF_LAW.
+double instrument_mass(double ML1, double ML2, double ML3, double f);
+double instrument_freq(double ML1, double ML2, double ML3, double m);
+
 // Marks a frequency outside the law; readers of masses treat it as beyond any range.
 inline constexpr double MASS_OUT_OF_LAW = 100000.0;
 

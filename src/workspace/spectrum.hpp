@@ -57,6 +57,9 @@ enum CalType : std::int32_t {
     CALTYPE_THREE_TERM = 3,
     CALTYPE_WALKING = 4,
     CALTYPE_WALKING_SECOND = 5,
+    // The law apex/solariX instruments store with their data, Aterm/Bterm/Cterm
+    // = ML1/ML2/ML3: f = ML1/m + ML2 + ML3/m^2, or m = ML1/(f + ML2) when ML3 is 0.
+    CALTYPE_INSTRUMENT = 6,
 };
 
 inline constexpr int MAX_PANELS = 32;

@@ -1,0 +1,22 @@
+// One opening road for every kind of data file: the reader and the file type
+// are chosen from the path, then the file goes through open_data_file.
+#pragma once
+
+#include <string>
+
+#include "workspace/workspace.hpp"
+
+namespace vx {
+
+class Ui;
+
+// The file type a path opens as: FILETYPE_BRUKER for a Bruker acquisition
+// directory or any file inside one, FILETYPE_PEAKLIST for a .pks peak list,
+// FILETYPE_TULVA for everything else (the Tulva reader says what it refuses).
+int filetype_of_path(const std::string& path);
+
+// Opens path into a new slot through the reader of its type. Returns the slot,
+// or -1 after the reader's message.
+int open_any_file(Workspace& ws, const std::string& path, Ui& ui);
+
+}  // namespace vx
