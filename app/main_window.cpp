@@ -27,9 +27,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "formats/bruker.hpp"
+#include "formats/open_file.hpp"
 #include "formats/peak_list.hpp"
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
+#include "panels/BRUKER.hpp"
 #include "qt_ui.hpp"
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
@@ -452,6 +455,9 @@ void MainWindow::build_menus() {
     QMenu* tulva = open->addMenu("Tulva time domain");
     connect(tulva->addAction("DAT file (no Phasing no walking cal)"), &QAction::triggered, this,
             &MainWindow::open_dialog);
+    connect(open->addAction("Bruker..."), &QAction::triggered, this, [this] {
+        if (const auto dir = select_bruker_directory(*ui_)) open_file(*dir, FILETYPE_BRUKER);
+    });
     connect(open->addAction("Vantorix Peak List..."), &QAction::triggered, this, [this] {
         if (const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.pks", "")) open_peak_list(*path);
     });
@@ -462,6 +468,8 @@ void MainWindow::build_menus() {
                 [this, kind] { SaveRawSpectrum(*ws_, kind, "", *ui_); });
     connect(file_menu_->addAction("Save As Wav File..."), &QAction::triggered, this,
             [this] { SaveWaveFileFormat(*ws_, "", *ui_); });
+    connect(file_menu_->addAction("Save As XMASS Directory..."), &QAction::triggered, this,
+            [this] { save_as_xmass_dialog(*ws_, *ui_); });
     connect(file_menu_->addAction("Close"), &QAction::triggered, this, [this] { close_active(); });
     connect(file_menu_->addAction("Export to PlotTool"), &QAction::triggered, this,
             &MainWindow::export_to_plottool);
@@ -565,16 +573,21 @@ void MainWindow::sync_windows() {
 }
 
 void MainWindow::open_dialog() {
-    const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.dat", "");
+    // A file inside a Bruker acquisition (fid, ser, acqus, the method) opens the acquisition.
+    const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.dat *.new *.Z *.swf fid ser acqus *.method", "");
     if (path) open_file(*path);
 }
 
 int MainWindow::open_file(const std::string& path, int type) {
-    if (type != FILETYPE_TULVA) {
-        ui_->MessagePopup("Operator Error", type == FILETYPE_ODYSSEY ? "Odyssey files can not be read by this build."
-                                                                    : "Bruker files can not be read by this build.");
+    if (type == FILETYPE_ODYSSEY) {
+        ui_->MessagePopup("Operator Error", "Odyssey files can not be read by this build.");
         return -1;
     }
+    // Tulva files, peak lists and Bruker directories all take the one road; the
+    // path, not the drop type, decides the reader.
+    const int kind = filetype_of_path(path);
+    if (kind == FILETYPE_PEAKLIST) return open_peak_list(path);
+    if (kind == FILETYPE_BRUKER) return open_with(path, FILETYPE_BRUKER, read_bruker_into_slot);
     return open_with(path, FILETYPE_TULVA, read_tulva_into_slot);
 }
 

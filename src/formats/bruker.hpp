@@ -92,6 +92,11 @@ std::string xmass_base_of(const std::string& tulva_path);
 // target and renamed over it when complete. Returns 0 or -1 after its message.
 int Store_Data_XMASS(const std::string& base, const Spectrum& spectrum, const XmassRun& run, Ui& ui);
 
+// The File menu's "Save As XMASS Directory...": the active slot's transient
+// written under base (empty: the slot's file name without its extension).
+// Returns 0 or -1 after its message.
+int store_active_xmass(Workspace& ws, const std::string& base, Ui& ui);
+
 // Largest TD accepted: a transient of int32 samples must stay below 2^31 bytes.
 inline constexpr std::int64_t MAX_BRUKER_TD = (std::int64_t{1} << 31) / 4;
 

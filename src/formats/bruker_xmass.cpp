@@ -269,4 +269,18 @@ int Store_Data_XMASS(const std::string& base, const Spectrum& s, const XmassRun&
     return 0;
 }
 
+int store_active_xmass(Workspace& ws, const std::string& base, Ui& ui) {
+    if (ws.active_panel < 0 || ws.active_panel >= MAX_PANELS ||
+        !ws.panels[static_cast<std::size_t>(ws.active_panel)].active) {
+        ui.MessagePopup("Operator Error", "No Spectrum Chosen");
+        return -1;
+    }
+    const Spectrum& s = ws.panels[static_cast<std::size_t>(ws.active_panel)].spectrum;
+    if (s.domain != DOMAIN_TIME) {
+        ui.MessagePopup("Operator Error", "An XMASS directory holds a transient: open the time-domain file again.");
+        return -1;
+    }
+    return Store_Data_XMASS(base.empty() ? xmass_base_of(s.filename) : base, s, XmassRun{}, ui);
+}
+
 }  // namespace vx
