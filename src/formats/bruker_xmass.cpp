@@ -248,7 +248,14 @@ bool make_dir(const fs::path& p, const char* text, Ui& ui) {
 }  // namespace
 
 std::string xmass_base_of(const std::string& tulva_path) {
-    return tulva_path.size() > 4 ? tulva_path.substr(0, tulva_path.size() - 4) : tulva_path;
+    // A Tulva name has a three-letter extension: its last four characters go.
+    const std::size_t n = tulva_path.size();
+    if (n > 4 && tulva_path[n - 4] == '.' && tulva_path.find('/', n - 4) == std::string::npos)
+        return tulva_path.substr(0, n - 4);
+    // Other sources (a Bruker .d directory, a .Z archive): the name without its extension.
+    fs::path p(tulva_path);
+    if (p.filename().empty()) p = p.parent_path();
+    return p.replace_extension().string();
 }
 
 int Store_Data_XMASS(const std::string& base, const Spectrum& s, const XmassRun& run, Ui& ui) {

@@ -319,6 +319,27 @@ TEST(XmassWriter, RefusalsKeepTheirMessages) {
     EXPECT_EQ(Store_Data_XMASS(dir.file("c"), s, {}, ui), -1);
     EXPECT_EQ(ui.messages.back().title, "ACQU File Storage Error");
     EXPECT_EQ(xmass_base_of("/data/run7.dat"), "/data/run7");
+    EXPECT_EQ(xmass_base_of("/data/run7.Z"), "/data/run7");
+    EXPECT_EQ(xmass_base_of("/data/run7.d/"), "/data/run7");
+}
+
+TEST(XmassWriter, SaveAsXmassTakesTheActiveTransientOnly) {
+    TempDir dir;
+    Workspace ws;
+    RecordingUi ui;
+    EXPECT_EQ(store_active_xmass(ws, dir.file("x"), ui), -1);
+    EXPECT_TRUE(ui.saw("Operator Error", "No Spectrum Chosen"));
+
+    const std::string d = make_apex(dir, "a.d", apex_params(16), test::int32_bytes(ramp(16)));
+    const int slot = open_any_file(ws, d, ui);
+    ASSERT_GE(slot, 0);
+    // Empty base: beside the source, named after it without its extension.
+    ASSERT_EQ(store_active_xmass(ws, "", ui), 0);
+    EXPECT_EQ(fs::file_size(dir.file("a/1/fid")), 64u);
+    ws.panels[static_cast<std::size_t>(slot)].spectrum.domain = DOMAIN_FREQUENCY;
+    EXPECT_EQ(store_active_xmass(ws, dir.file("y"), ui), -1);
+    EXPECT_EQ(ui.messages.back().title, "Operator Error");
+    EXPECT_FALSE(fs::exists(dir.path() / "y"));
 }
 
 // ---------------------------------------------------------------------------
