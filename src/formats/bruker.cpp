@@ -252,7 +252,12 @@ BrukerLayout bruker_layout(const std::string& directory) {
     return acqus ? BrukerLayout::Acqus : BrukerLayout::None;
 }
 
-bool is_bruker_path(const std::string& path) { return bruker_layout(bruker_directory_of(path)) != BrukerLayout::None; }
+bool is_bruker_path(const std::string& path) {
+    // A missing name inside an acquisition is a typo, not the acquisition.
+    std::error_code ec;
+    if (!fs::exists(path, ec)) return false;
+    return bruker_layout(bruker_directory_of(path)) != BrukerLayout::None;
+}
 
 int Get_Bruker_Data(const std::string& directory, Spectrum& s, Ui& ui) {
     const std::string acqus = (fs::path(directory) / "acqus").string();

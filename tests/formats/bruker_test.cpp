@@ -375,6 +375,10 @@ TEST(ApexReader, MethodAndAcqusDirectoriesFillTheRecord) {
         EXPECT_EQ(s.data, expected);
     }
 
+    // A name that does not exist inside the acquisition is not the acquisition.
+    EXPECT_EQ(filetype_of_path(d + "/fdi"), FILETYPE_TULVA);
+    EXPECT_LT(open(d + "/fdi")->slot, 0);
+
     // Big-endian samples, and a ser file of three transients: the first is read.
     auto params = apex_params(4);
     params["BYTORDA"] = "1";
