@@ -200,7 +200,10 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
     }
     s.Phased_Datacount = static_cast<std::int32_t>(N);
 
-    if (o.baseline) remove_phase_baseline(s.data, 1.0, o.roll, 10, -150000.0);
+    if (o.baseline && o.median_baseline)
+        remove_median_baseline(s.data, 1024);
+    else if (o.baseline)
+        remove_phase_baseline(s.data, 1.0, o.roll, 10, -150000.0);
 
     if (o.rephase_sections > 0 && band > 0) {
         RephaseRecord r;

@@ -37,6 +37,7 @@ struct PhaseRunOptions {
     bool special = false;       // delay correction from "RelativeX:"
     bool test = false;          // "T": ignore stored parameters
     bool baseline = true;       // the baseline step after the rotation
+    bool median_baseline = false;  // the window-median baseline instead of the dips
     bool dispersion = false;    // keep the imaginary part
     int rephase_sections = 0;   // > 0: section rephasing over the band
     double rephase_sn = 3.0;

@@ -182,4 +182,34 @@ void remove_phase_baseline(std::vector<float>& y, double limit, bool join, int h
     for (std::size_t i = 1; i + 1 < y.size(); ++i) y[i] = static_cast<float>(std::max(y[i] - b[i], floor));
 }
 
+void remove_median_baseline(std::vector<float>& y, std::size_t window) {
+    const std::size_t N = y.size();
+    if (window < 8 || N < 2 * window) return;
+    const std::size_t windows = N / window;
+    std::vector<double> centre(windows), level(windows);
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, windows, 16), [&](const auto& r) {
+        std::vector<float> local(window);
+        for (std::size_t w = r.begin(); w != r.end(); ++w) {
+            const std::size_t a = w * window;
+            // The last window takes the rest of the spectrum.
+            const std::size_t b = w + 1 == windows ? N : a + window;
+            local.assign(y.begin() + static_cast<std::ptrdiff_t>(a), y.begin() + static_cast<std::ptrdiff_t>(b));
+            auto mid = local.begin() + static_cast<std::ptrdiff_t>(local.size() / 2);
+            std::nth_element(local.begin(), mid, local.end());
+            level[w] = *mid;
+            centre[w] = 0.5 * static_cast<double>(a + b - 1);
+        }
+    });
+    std::size_t w = 0;
+    for (std::size_t i = 0; i < N; ++i) {
+        while (w + 1 < windows && static_cast<double>(i) > centre[w + 1]) ++w;
+        double b = level[w];
+        if (w + 1 < windows && static_cast<double>(i) > centre[w]) {
+            const double t = (static_cast<double>(i) - centre[w]) / (centre[w + 1] - centre[w]);
+            b = level[w] + t * (level[w + 1] - level[w]);
+        }
+        y[i] = static_cast<float>(y[i] - b);
+    }
+}
+
 }  // namespace vx

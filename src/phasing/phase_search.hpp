@@ -74,6 +74,13 @@ int analytical_degrees(int method, double signed_rate, int polarity, double harm
 // and subtracted with the floor given.
 void remove_phase_baseline(std::vector<float>& y, double limit, bool join, int half, double floor);
 
+// The baseline above sits on the lower envelope of the noise, so that the noise
+// between the peaks ends up about a noise sigma above zero. This one takes the
+// median of successive windows of the given width (peaks are a small part of
+// any window, so the median is the level of the noise), joins the medians by
+// straight lines and subtracts them: the noise then averages to zero.
+void remove_median_baseline(std::vector<float>& y, std::size_t window);
+
 // The pieces, for tests and the section baseline.
 std::vector<double> baseline_minima(const std::vector<float>& y, double limit);
 void join_baseline(std::vector<double>& b);
