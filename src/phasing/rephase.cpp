@@ -130,8 +130,9 @@ void RePhaseTheData64f(RephaseRecord& r) {
                 limit = r.section_final[j];
                 constant = r.section_constant[j];
                 j += 1;
+            } else if (j >= S) {
+                constant = 0.0;
             }
-            if (j >= S) constant = 0.0;
         }
         const double p = r.phase[k] + r.base_constant + constant;
         r.full_rephased[k] = static_cast<float>(r.realdata[k] * std::cos(p) - r.imagdata[k] * std::sin(p));
