@@ -22,9 +22,9 @@ namespace {
 
 struct PhaseCliOptions {
     std::string file, out, dispersion, write_terms, inverse_out;
-    std::string method = "iterate", form = "final", apodization = "none", terms;
+    std::string method = "iterate", form = "final", apodization = "none", terms, baseline = "dips";
     bool exclude_excite = false, zero_dc = false, roll = false, harmonic3 = false, extra_point = false;
-    bool special = false, test = false, json = false, no_baseline = false, overwrite = false;
+    bool special = false, test = false, json = false, overwrite = false;
     int truncations = 0, zerofills = 1, rephase = 0, threads = 0, polarity = 0;
     double rephase_sn = 3.0, baseline_scaler = 3.0;
     double constant = NAN;
@@ -57,10 +57,6 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
             ctx.ui.MessagePopup("Operator Error", fmt::format("The output name {} must end in .csv, .bin or .xy.bin.", *p));
             return 1;
         }
-    if (o.out.empty() && o.write_terms.empty() && o.inverse_out.empty() && !o.json) {
-        ctx.ui.MessagePopup("Operator Error", "Nothing to do: give -o OUT, --write-terms OUT.dat, --inverse OUT or --json.");
-        return 1;
-    }
     if (ctx.load_settings() < 0) return 1;
     Workspace& ws = ctx.ws;
     ws.settings_folder.clear();
@@ -81,7 +77,8 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     r.extra_point = o.extra_point;
     r.special = o.special;
     r.test = o.test;
-    r.baseline = !o.no_baseline;
+    r.baseline = o.baseline != "none";
+    r.median_baseline = o.baseline == "median";
     r.dispersion = !o.dispersion.empty();
     r.rephase_sections = o.rephase;
     r.rephase_sn = o.rephase_sn;
@@ -217,7 +214,10 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("--zerofills", o->zerofills, "Doublings of the length (default 1)")->check(CLI::Range(0, 4));
     sub->add_flag("--zero-dc", o->zero_dc, "Subtract the mean of the transient first");
     sub->add_flag("--roll", o->roll, "Correct baseline roll (join the baseline dips by lines)");
-    sub->add_flag("--no-baseline", o->no_baseline, "Leave the baseline of the rotated spectrum as it is");
+    sub->add_option("--baseline", o->baseline,
+                    "dips: the baseline through the dips between the peaks (the classic step, default); "
+                    "median: window medians, which keep the noise centred on zero; none")
+        ->check(CLI::IsMember({"dips", "median", "none"}));
     sub->add_flag("--harmonic3", o->harmonic3, "Detection at the third harmonic");
     sub->add_flag("--extra-point", o->extra_point, "One extra sampling interval belongs to the delay");
     sub->add_flag("--special", o->special, "Take the delay correction from the header's RelativeX");
