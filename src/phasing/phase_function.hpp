@@ -84,7 +84,7 @@ void phase_band(double lowfreq, double highfreq, double harmonic, double hzppt, 
 // realdata / imagdata of N = datacount / 2 points each, scaled by
 // s = 500000 / N (single precision), or 1 with no_scale. The packed layout is
 // kept: point 0 holds the zero-frequency value as real and the Nyquist value as
-// imaginary part. data is left as the magnitude spectrum; datacount becomes N,
+// imaginary part. data is left as the real part; datacount becomes N,
 // hzppt BW / N, the domain frequency. Returns 0 or -1 after a message.
 int Fourier_Transform_Phased(Spectrum& s, int no_scale, Ui& ui);
 // The inverse: realdata / imagdata back to 2N real samples, not normalised.
@@ -94,6 +94,16 @@ int InvFourier_Transform_Phased(Spectrum& s, Ui& ui);
 // phi = curve[k] + c; dispersion (when given) gets im cos(phi) + re sin(phi).
 void rotate_spectrum(const std::vector<float>& re, const std::vector<float>& im, const std::vector<double>& curve,
                      double c, std::vector<float>& out, std::vector<float>* dispersion);
+
+// The same rotation of a spectrum already turned by its curve (P, Q as
+// turn_by_curve gives them): out = P cos c - Q sin c, dispersion P sin c + Q cos c.
+void rotate_turned(const std::vector<float>& P, const std::vector<float>& Q, double c, std::vector<float>& out,
+                   std::vector<float>* dispersion);
+
+// turn_by_curve for a curve of this model (Cterm left out), by recurrence
+// instead of a sine and a cosine per point; agrees with it to 1e-9 rad.
+void turn_by_model(const std::vector<float>& re, const std::vector<float>& im, const PhaseModel& m, double hzppt,
+                   std::vector<float>& P, std::vector<float>& Q);
 
 // 5 % of the tallest magnitude in [start, end] (0 for an empty band).
 double phase_threshold(const std::vector<float>& re, const std::vector<float>& im, long long start, long long end);

@@ -9,6 +9,8 @@
 #include <thread>
 
 #include <fmt/format.h>
+#include <tbb/info.h>
+#include <tbb/task_arena.h>
 
 #include "experiment/excite_script.hpp"
 #include "formats/tulva_reader.hpp"
@@ -150,8 +152,20 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
 
     const int workers = o.workers > 0 ? o.workers : phase_thread_count();
     const std::size_t band = static_cast<std::size_t>(std::max(0LL, end - start));
-    PhaseScoreWorkers scorer(s.realdata.data() + start, s.imagdata.data() + start, s.phase.data() + start, band,
-                             res.testfit, workers);
+    // The spectrum turned by the curve once; every trial and the final
+    // rotation are then a multiply-add per point.
+    std::vector<float> P, Q;
+    {
+        tbb::task_arena arena(std::clamp(workers, 1, std::max(1, tbb::info::default_concurrency())));
+        arena.execute([&] {
+            if (zero_curve)
+                turn_by_curve(s.realdata.data(), s.imagdata.data(), s.phase.data(), s.phase.size(), P, Q);
+            else
+                turn_by_model(s.realdata, s.imagdata, m, s.hzppt, P, Q);
+        });
+    }
+    const PhaseScoreWorkers scorer =
+        PhaseScoreWorkers::over(P.data() + start, Q.data() + start, band, res.testfit, workers);
     double C = m.Cterm;
     int degrees = static_cast<int>(std::lround(C * 180.0 / PI));
     if (given || stored) {
@@ -177,7 +191,9 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
     res.model = m;
     res.applied_degrees = degrees;
 
-    rotate_spectrum(s.realdata, s.imagdata, s.phase, C, s.data, o.dispersion ? &res.dispersion : nullptr);
+    rotate_turned(P, Q, C, s.data, o.dispersion ? &res.dispersion : nullptr);
+    P = std::vector<float>();
+    Q = std::vector<float>();
 
     // The record's terms. A searched constant is stored 45 degrees above the
     // one applied (the rotation uses C, Zeroorder says C + 45): kept, since

@@ -30,25 +30,76 @@ ScoreResult ScorePhase0(const ScoreJob& job) {
     return r;
 }
 
-PhaseScoreWorkers::PhaseScoreWorkers(const float* re, const float* im, const double* curve, std::size_t count,
-                                     double testfit, int workers)
-    : P_(count), Q_(count), testfit_(testfit),
-      // More threads than the machine runs would only queue: the result is the
-      // same for any number of workers.
-      workers_(std::clamp(workers, 1, std::max(1, tbb::info::default_concurrency()))) {
-    double* P = P_.data();
-    double* Q = Q_.data();
+namespace {
+int usable_workers(int workers) {
+    // More threads than the machine runs would only queue: the result is the
+    // same for any number of workers.
+    return std::clamp(workers, 1, std::max(1, tbb::info::default_concurrency()));
+}
+}  // namespace
+
+void turn_by_curve(const float* re, const float* im, const double* curve, std::size_t n, std::vector<float>& P,
+                   std::vector<float>& Q) {
+    P.resize(n);
+    Q.resize(n);
+    float* p = P.data();
+    float* q = Q.data();
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, n, BLOCK), [&](const auto& r) {
+        for (std::size_t k = r.begin(); k != r.end(); ++k) {
+            const double cs = std::cos(curve[k]), sn = std::sin(curve[k]);
+            const double a = re[k], b = im[k];
+            p[k] = static_cast<float>(a * cs - b * sn);
+            q[k] = static_cast<float>(a * sn + b * cs);
+        }
+    });
+}
+
+void PhaseScoreWorkers::keep_significant(const float* P, const float* Q, std::size_t count) {
+    // Kept with a hair of margin so that rounding can never drop a point that
+    // would score; a kept point below the threshold still adds nothing.
+    const double limit = testfit_ * testfit_ * (1.0 - 1e-9);
+    const std::size_t blocks = (count + BLOCK - 1) / BLOCK;
+    std::vector<std::vector<std::size_t>> picked(blocks);
     tbb::task_arena arena(workers_);
     arena.execute([&] {
-        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, BLOCK), [&](const auto& r) {
-            for (std::size_t k = r.begin(); k != r.end(); ++k) {
-                const double cs = std::cos(curve[k]), sn = std::sin(curve[k]);
-                const double a = re[k], b = im[k];
-                P[k] = a * cs - b * sn;
-                Q[k] = a * sn + b * cs;
+        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, blocks, 1), [&](const auto& r) {
+            for (std::size_t blk = r.begin(); blk != r.end(); ++blk) {
+                const std::size_t lo = blk * BLOCK, hi = std::min(count, lo + BLOCK);
+                for (std::size_t k = lo; k < hi; ++k) {
+                    const double p = P[k], q = Q[k];
+                    if (p * p + q * q > limit) picked[blk].push_back(k);
+                }
             }
         });
     });
+    std::size_t total = 0;
+    for (const auto& v : picked) total += v.size();
+    P_.reserve(total);
+    Q_.reserve(total);
+    for (const auto& v : picked)
+        for (std::size_t k : v) {
+            P_.push_back(P[k]);
+            Q_.push_back(Q[k]);
+        }
+}
+
+PhaseScoreWorkers::PhaseScoreWorkers(const float* re, const float* im, const double* curve, std::size_t count,
+                                     double testfit, int workers)
+    : n_(count), testfit_(testfit), workers_(usable_workers(workers)) {
+    std::vector<float> P, Q;
+    tbb::task_arena arena(workers_);
+    arena.execute([&] { turn_by_curve(re, im, curve, count, P, Q); });
+    keep_significant(P.data(), Q.data(), count);
+}
+
+PhaseScoreWorkers PhaseScoreWorkers::over(const float* P, const float* Q, std::size_t count, double testfit,
+                                          int workers) {
+    PhaseScoreWorkers w;
+    w.n_ = count;
+    w.testfit_ = testfit;
+    w.workers_ = usable_workers(workers);
+    w.keep_significant(P, Q, count);
+    return w;
 }
 
 std::vector<ScoreResult> PhaseScoreWorkers::score(const std::vector<double>& angles) const {
@@ -57,39 +108,54 @@ std::vector<ScoreResult> PhaseScoreWorkers::score(const std::vector<double>& ang
     const std::size_t n = P_.size();
     if (T == 0 || n == 0) return out;
     const std::size_t blocks = (n + BLOCK - 1) / BLOCK;
-    std::vector<double> cs(T), sn(T);
+    // Trials padded to groups of four, scored together so that each point is
+    // loaded once per group and the four sums run side by side.
+    const std::size_t G = (T + 3) / 4;
+    std::vector<double> cs(4 * G, 1.0), sn(4 * G, 0.0);
     for (std::size_t t = 0; t < T; ++t) {
         cs[t] = std::cos(angles[t]);
         sn[t] = std::sin(angles[t]);
     }
-    // Sums per block and trial; every block reads the band once for all trials.
-    std::vector<ScoreResult> partial(blocks * T);
-    const double* P = P_.data();
-    const double* Q = Q_.data();
+    std::vector<ScoreResult> partial(blocks * 4 * G);
+    const float* P = P_.data();
+    const float* Q = Q_.data();
     const double tf = testfit_;
     tbb::task_arena arena(workers_);
     arena.execute([&] {
         tbb::parallel_for(tbb::blocked_range<std::size_t>(0, blocks, 1), [&](const auto& r) {
             for (std::size_t blk = r.begin(); blk != r.end(); ++blk) {
                 const std::size_t lo = blk * BLOCK, hi = std::min(n, lo + BLOCK);
-                for (std::size_t t = 0; t < T; ++t) {
-                    const double c = cs[t], s = sn[t];
-                    double score = 0.0, drop = 0.0;
+                for (std::size_t g = 0; g < G; ++g) {
+                    const double c0 = cs[4 * g], c1 = cs[4 * g + 1], c2 = cs[4 * g + 2], c3 = cs[4 * g + 3];
+                    const double s0 = sn[4 * g], s1 = sn[4 * g + 1], s2 = sn[4 * g + 2], s3 = sn[4 * g + 3];
+                    double a0 = 0, a1 = 0, a2 = 0, a3 = 0, d0 = 0, d1 = 0, d2 = 0, d3 = 0;
                     for (std::size_t k = lo; k < hi; ++k) {
-                        const double y = P[k] * c - Q[k] * s;
-                        const double y2 = y * y;
-                        score += y > tf ? y2 : 0.0;
-                        drop += y < -tf ? y2 : 0.0;
+                        const double p = P[k], q = Q[k];
+                        const double y0 = p * c0 - q * s0, y1 = p * c1 - q * s1;
+                        const double y2 = p * c2 - q * s2, y3 = p * c3 - q * s3;
+                        a0 += y0 > tf ? y0 * y0 : 0.0;
+                        d0 += y0 < -tf ? y0 * y0 : 0.0;
+                        a1 += y1 > tf ? y1 * y1 : 0.0;
+                        d1 += y1 < -tf ? y1 * y1 : 0.0;
+                        a2 += y2 > tf ? y2 * y2 : 0.0;
+                        d2 += y2 < -tf ? y2 * y2 : 0.0;
+                        a3 += y3 > tf ? y3 * y3 : 0.0;
+                        d3 += y3 < -tf ? y3 * y3 : 0.0;
                     }
-                    partial[blk * T + t] = {score, drop};
+                    ScoreResult* out4 = &partial[(blk * G + g) * 4];
+                    out4[0] = {a0, d0};
+                    out4[1] = {a1, d1};
+                    out4[2] = {a2, d2};
+                    out4[3] = {a3, d3};
                 }
             }
         });
     });
     for (std::size_t blk = 0; blk < blocks; ++blk)
         for (std::size_t t = 0; t < T; ++t) {
-            out[t].score += partial[blk * T + t].score;
-            out[t].drop += partial[blk * T + t].drop;
+            const ScoreResult& r = partial[blk * G * 4 + t];
+            out[t].score += r.score;
+            out[t].drop += r.drop;
         }
     return out;
 }
@@ -137,10 +203,15 @@ int analytical_degrees(int method, double signed_rate, int polarity, double harm
 std::vector<double> baseline_minima(const std::vector<float>& y, double limit) {
     const std::size_t N = y.size();
     std::vector<double> b(N, 0.0);
-    for (std::size_t i = 1; i + 1 < N; ++i) {
-        const double a = y[i - 1], c = y[i], d = y[i + 1];
-        if (a > c && d > c && c < limit && std::fabs(d / a) < 2.0) b[i] = c;
-    }
+    if (N < 3) return b;
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(1, N - 1, BLOCK), [&](const auto& r) {
+        for (std::size_t i = r.begin(); i != r.end(); ++i) {
+            const double a = y[i - 1], c = y[i], d = y[i + 1];
+            // |d / a| < 2 written without the division (the same test for
+            // single-precision values, a zero a failing both ways).
+            if (a > c && d > c && c < limit && std::fabs(d) < 2.0 * std::fabs(a)) b[i] = c;
+        }
+    });
     return b;
 }
 
@@ -168,6 +239,10 @@ void smooth_baseline_in_place(std::vector<double>& b, int half) {
     double S = 0.0;
     for (long long k = 0; k <= 2 * h; ++k) S += b[k];
     for (long long i = h; i <= N - h - 1; ++i) {
+        // The recursion lets a lone dip decay geometrically towards subnormal
+        // numbers, where every addition is slow; values this small do not
+        // change a single-precision spectrum, so they end at zero.
+        if (std::fabs(S) < 1e-30) S = 0.0;
         const double v = S / width;
         S += v - b[i];
         b[i] = v;
@@ -179,7 +254,10 @@ void remove_phase_baseline(std::vector<float>& y, double limit, bool join, int h
     std::vector<double> b = baseline_minima(y, limit);
     if (join) join_baseline(b);
     smooth_baseline_in_place(b, half);
-    for (std::size_t i = 1; i + 1 < y.size(); ++i) y[i] = static_cast<float>(std::max(y[i] - b[i], floor));
+    if (y.size() < 3) return;
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(1, y.size() - 1, BLOCK), [&](const auto& r) {
+        for (std::size_t i = r.begin(); i != r.end(); ++i) y[i] = static_cast<float>(std::max(y[i] - b[i], floor));
+    });
 }
 
 void remove_median_baseline(std::vector<float>& y, std::size_t window) {

@@ -33,20 +33,36 @@ struct ScoreJob {
 };
 ScoreResult ScorePhase0(const ScoreJob& job);
 
+// The band turned by its curve once: P = re cos phi - im sin phi and
+// Q = re sin phi + im cos phi (phi in double precision, P and Q stored as
+// single precision like the spectrum itself), for points [0, n).
+void turn_by_curve(const float* re, const float* im, const double* curve, std::size_t n, std::vector<float>& P,
+                   std::vector<float>& Q);
+
 // The score workers over one band. Built once per run (or per file of a batch)
 // and asked for any number of trial constants.
 class PhaseScoreWorkers {
 public:
-    // re, im, curve: the band (count points). workers: up to this many threads.
+    // re, im, curve: the band (count points); the workers keep the turned band.
     PhaseScoreWorkers(const float* re, const float* im, const double* curve, std::size_t count, double testfit,
                       int workers);
+    // Over a band already turned by its curve (P, Q as turn_by_curve gives
+    // them), read in place: the workers only read, so they need no copies.
+    static PhaseScoreWorkers over(const float* P, const float* Q, std::size_t count, double testfit, int workers);
     // Scores of the trial constants (radians), in the order given.
     std::vector<ScoreResult> score(const std::vector<double>& angles) const;
-    std::size_t count() const { return P_.size(); }
+    std::size_t count() const { return n_; }
     double testfit() const { return testfit_; }
 
+    // Points that can score at all: |y| never exceeds the magnitude, so a point
+    // whose magnitude is not above the threshold adds nothing to any trial.
+    std::size_t kept() const { return P_.size(); }
+
 private:
-    std::vector<double> P_, Q_;
+    PhaseScoreWorkers() = default;
+    void keep_significant(const float* P, const float* Q, std::size_t count);
+    std::vector<float> P_, Q_;  // the points above the threshold, in band order
+    std::size_t n_ = 0;
     double testfit_ = 0.0;
     int workers_ = 1;
 };

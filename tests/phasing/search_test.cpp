@@ -78,8 +78,9 @@ TEST(PhaseSearch, ScoresDoNotDependOnWorkersAndMatchTheDirectScore) {
         EXPECT_EQ(a[t].drop, c[t].drop);
         ScoreJob job{b.re.data(), b.im.data(), b.curve.data(), b.re.size(), 0.5, angles[t]};
         const ScoreResult d = ScorePhase0(job);
-        EXPECT_NEAR(a[t].score, d.score, 1e-9 * d.score);
-        EXPECT_NEAR(a[t].drop, d.drop, 1e-9 * d.drop + 1e-9);
+        // the turned band is kept in single precision, like the spectrum
+        EXPECT_NEAR(a[t].score, d.score, 1e-6 * d.score);
+        EXPECT_NEAR(a[t].drop, d.drop, 1e-6 * d.drop + 1e-9);
     }
 }
 
