@@ -64,7 +64,10 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     if (o.json) ctx.ui.quiet_console = true;
 
     PhaseRunOptions r;
-    r.method = o.method == "analytic120" ? PHASE_ANALYTIC_120 : o.method == "analytic90" ? PHASE_ANALYTIC_90 : PHASE_ITERATE;
+    r.method = o.method == "analytic120" ? PHASE_ANALYTIC_120
+               : o.method == "analytic90" ? PHASE_ANALYTIC_90
+               : o.method == "vector"     ? PHASE_VECTOR
+                                          : PHASE_ITERATE;
     r.initial_form = o.form == "initial";
     r.polarity = o.polarity;
     r.apodization = o.apodization == "hanning" ? 1 : o.apodization == "hamming" ? 2 : o.apodization == "blackman-harris" ? 3 : 0;
@@ -202,8 +205,10 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto* sub = app.add_subcommand("phase", "Absorption-mode phasing of a transient from its excitation");
     sub->add_option("file", o->file, "Tulva data file (.dat, .new, .Z)")->required();
     sub->add_option("-o,--output", o->out, "Absorption spectrum: .csv, .bin (raw float32) or .xy.bin");
-    sub->add_option("--method", o->method, "iterate (search the constant), analytic120 or analytic90 (+-45 degrees)")
-        ->check(CLI::IsMember({"iterate", "analytic120", "analytic90"}));
+    sub->add_option("--method", o->method,
+                    "iterate (the degree ladder, default), vector (weighted vector sum of the peaks: not fooled by "
+                    "few ions or short transients), analytic120 or analytic90 (+-45 degrees)")
+        ->check(CLI::IsMember({"iterate", "vector", "analytic120", "analytic90"}));
     sub->add_option("--form", o->form, "final: phase referred to the final frequency; initial: to the start frequency")
         ->check(CLI::IsMember({"final", "initial"}));
     sub->add_option("--polarity", o->polarity, "Polarity of the analytical constant (0 or 1)")->check(CLI::Range(0, 1));

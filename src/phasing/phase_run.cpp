@@ -122,7 +122,7 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
         m = phase_model_for(PhaseEntry::PhasingStored, in);
         m.Cterm = s.initialconstant + s.phaseconstant;
         res.form = "stored";
-    } else if (o.method != PHASE_ITERATE) {
+    } else if (o.method == PHASE_ANALYTIC_120 || o.method == PHASE_ANALYTIC_90) {
         m = phase_model_for(o.initial_form ? PhaseEntry::PhasingFeng : PhaseEntry::PhasingAnalytical, in);
         res.form = o.initial_form ? "initial" : "final";
     } else {
@@ -173,6 +173,10 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
     } else if (o.constant_degrees) {
         degrees = static_cast<int>(std::lround(*o.constant_degrees));
         C = *o.constant_degrees * PI / 180.0;
+    } else if (o.method == PHASE_VECTOR) {
+        C = scorer.vector_constant();
+        degrees = static_cast<int>(std::lround(C * 180.0 / PI));
+        res.searched = true;
     } else if (o.method != PHASE_ITERATE) {
         const double R = signed_sweep_rate(s.sweeprate, s.lowfreq, s.highfreq);
         degrees = analytical_degrees(o.method, R, o.polarity, harmonic);
@@ -207,6 +211,9 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
     } else if (corrected) {
         s.Zeroorder = C;
         s.ZeroDegrees = static_cast<std::int32_t>(std::lround(64800.0 / PI));
+    } else if (res.searched && o.method == PHASE_VECTOR) {
+        s.Zeroorder = C + PI / 4.0;
+        s.ZeroDegrees = degrees + 45;
     } else if (res.searched) {
         s.Zeroorder = PI * (degrees + 45) / 180.0;
         s.ZeroDegrees = degrees + 45;

@@ -20,6 +20,7 @@ enum PhaseMethod : int {
     PHASE_ITERATE = 0,       // "Constant Term Iteration"
     PHASE_ANALYTIC_120 = 1,  // "Analytical Soution ( 120 Degree Cell)"
     PHASE_ANALYTIC_90 = 2,   // "Analytical Soution (90 Degree Cell)"
+    PHASE_VECTOR = 3,        // the weighted vector sum of the significant points (not a degree ladder)
 };
 
 struct PhaseRunOptions {

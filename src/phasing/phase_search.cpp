@@ -160,6 +160,17 @@ std::vector<ScoreResult> PhaseScoreWorkers::score(const std::vector<double>& ang
     return out;
 }
 
+double PhaseScoreWorkers::vector_constant() const {
+    double sr = 0.0, si = 0.0;
+    for (std::size_t k = 0; k < P_.size(); ++k) {
+        const double p = P_[k], q = Q_[k];
+        const double w = p * p + q * q;
+        sr += p * w;
+        si += q * w;
+    }
+    return (sr == 0.0 && si == 0.0) ? 0.0 : -std::atan2(si, sr);
+}
+
 LadderResult phase_ladder(const PhaseScoreWorkers& w) {
     LadderResult best;
     auto rung = [&](const std::vector<int>& degrees) {

@@ -57,6 +57,13 @@ public:
     // Points that can score at all: |y| never exceeds the magnitude, so a point
     // whose magnitude is not above the threshold adds nothing to any trial.
     std::size_t kept() const { return P_.size(); }
+    // The constant (rad) that turns the magnitude-squared weighted sum of the
+    // significant points onto the positive real axis: -arg sum (P + iQ) |z|^2.
+    // The dispersion part of a line is odd about its top and cancels in the
+    // sum, so this is the constant at the tops themselves; unlike the ladder's
+    // score, whose maximum is flat, it does not drift with few lines or short
+    // transients. 0 when no point is significant.
+    double vector_constant() const;
 
 private:
     PhaseScoreWorkers() = default;
