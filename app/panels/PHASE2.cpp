@@ -51,7 +51,7 @@ void run(MainWindow& w, const Phase2Controls& c) {
     o.roll = c.roll->isChecked();
     o.harmonic3 = c.harmonic3->isChecked();
     // "Phase 3 Omega" carries the polarity only with an analytical method.
-    o.polarity = (o.harmonic3 && o.method != PHASE_ITERATE) ? 1 : 0;
+    o.polarity = (o.harmonic3 && (o.method == PHASE_ANALYTIC_120 || o.method == PHASE_ANALYTIC_90)) ? 1 : 0;
     o.initial_form = c.initial->isChecked();
     o.extra_point = c.extra->isChecked();
     o.baseline = c.baseline->currentIndex() != 2;
@@ -98,7 +98,7 @@ void show_PHASE2(MainWindow& window) {
     c->method = new QComboBox;
     // The labels as the program has always shown them.
     c->method->addItems({"Constant Term Iteration", "Analytical Soution ( 120 Degree Cell)",
-                         "Analytical Soution (90 Degree Cell)"});
+                         "Analytical Soution (90 Degree Cell)", "Vector Sum of the Peaks"});
     form->addRow("Phase Calculation Method", c->method);
     c->truncations = new QSpinBox;
     c->truncations->setRange(0, 20);
