@@ -417,7 +417,7 @@ int Save_Tulva_Phase_Coeff(const std::string& in, const std::string& out, double
         }
         if (line.find("Data Points:") != std::string::npos) {
             count = std::atoll(line.substr(line.find("Data Points:") + 12).c_str());
-            if (count > 0 && halvings > 0) line = fmt::format("Data Points: {}", count >> halvings);
+            if (count > 0) line = fmt::format("Data Points: {}", count >> std::max(0, halvings));
         }
         af.write(line);
         af.write("\n", 1);
