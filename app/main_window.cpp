@@ -40,6 +40,8 @@
 #include "ui_MANUALZOOM.h"
 #include "ui_PEAKLIST2.h"
 #include "ui_PROCESS.h"
+#include "MPHASE.hpp"
+#include "PHASE2.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/processing.hpp"
 
@@ -482,6 +484,8 @@ void MainWindow::build_menus() {
     connect(spectrum->addAction("Zero Out"), &QAction::triggered, this, [this] { zero_out_active(); });
     connect(spectrum->addAction("Process"), &QAction::triggered, this, [this] { process_active(); });
     connect(spectrum->addAction("Process Macro"), &QAction::triggered, this, [this] { process_macro(); });
+    connect(spectrum->addAction("Absorption Mode..."), &QAction::triggered, this, [this] { show_PHASE2(*this); });
+    connect(spectrum->addAction("Manual Phasing..."), &QAction::triggered, this, [this] { show_MPHASE(*this); });
 
     QMenu* analyze = menuBar()->addMenu("Analyze");
     connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);

@@ -14,6 +14,7 @@
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
 #include "peaks/reborn.hpp"
+#include "phasing/phase_command.hpp"
 #include "workspace/conversions.hpp"
 #include "workspace/processing.hpp"
 
@@ -33,6 +34,7 @@ struct PeaksOptions {
     std::string noise_range;
     int threads = 0;
     int precision = 4;
+    bool absorption = false;
 };
 
 // "LOW:HIGH" as two numbers.
@@ -90,7 +92,11 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
     if (o.macro) {
         n = ProcessMacroCallback(ws, noise_range.first, noise_range.second, table, ctx.ui);
     } else {
-        if (s.domain == DOMAIN_TIME) {
+        if (s.domain == DOMAIN_TIME && o.absorption) {
+            // Absorption mode: the phasing run with its defaults replaces "Process".
+            ws.active_panel = slot;
+            if (phase_command(ws, PhaseRunOptions{}, ctx.ui) < 0) return 1;
+        } else if (s.domain == DOMAIN_TIME) {
             ProcessCommandResult r;
             if (process_command(ws, ctx.ui, &r) < 0) return 1;
             if (r.handed_to_phasing) {
@@ -188,6 +194,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
         ->check(CLI::Range(0, 10));
     sub->add_flag("--macro", o->macro, "Process Macro: process, noise from --noise-range, search by abundance");
     sub->add_option("--noise-range", o->noise_range, "m/z range LOW:HIGH without peaks, for --macro");
+    sub->add_flag("--absorption", o->absorption,
+                  "Phase the transient (absorption mode, excitation from its script) instead of the magnitude transform");
     sub->footer("Exit status 2 when no peak was found.");
     sub->callback([&ctx, o] { ctx.exit_code = run_peaks(ctx, *o); });
 });

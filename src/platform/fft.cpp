@@ -8,7 +8,7 @@ namespace vx {
 
 namespace {
 
-enum class Kind { RealForward, RealForwardInplace, ComplexForwardInplace };
+enum class Kind { RealForward, RealForwardInplace, ComplexForwardInplace, RealInverseInplace };
 
 using Key = std::tuple<int, int, int, int>;  // kind, n, alignment of in, alignment of out
 
@@ -43,6 +43,8 @@ fftwf_plan plan_for(Kind kind, int n, float* in, float* out) {
     const unsigned flags = FFTW_ESTIMATE;
     if (kind == Kind::RealForward || kind == Kind::RealForwardInplace) {
         p = fftwf_plan_dft_r2c_1d(n, in, reinterpret_cast<fftwf_complex*>(out), flags);
+    } else if (kind == Kind::RealInverseInplace) {
+        p = fftwf_plan_dft_c2r_1d(n, reinterpret_cast<fftwf_complex*>(in), out, flags);
     } else {
         auto* z = reinterpret_cast<fftwf_complex*>(in);
         p = fftwf_plan_dft_1d(n, z, z, FFTW_FORWARD, flags);
@@ -78,6 +80,14 @@ int fft_forward_complex_inplace(fftwf_complex* data, int n) {
     fftwf_plan p = plan_for(Kind::ComplexForwardInplace, n, f, f);
     if (!p) return -1;
     fftwf_execute_dft(p, data, data);
+    return 0;
+}
+
+int fft_inverse_real_inplace(float* data, int n) {
+    if (n < 1 || !data) return -1;
+    fftwf_plan p = plan_for(Kind::RealInverseInplace, n, data, data);
+    if (!p) return -1;
+    fftwf_execute_dft_c2r(p, reinterpret_cast<fftwf_complex*>(data), data);
     return 0;
 }
 

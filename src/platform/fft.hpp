@@ -25,6 +25,10 @@ int fft_forward_real_inplace(float* data, int n);
 // Forward complex transform of n complex values in place, no scaling.
 int fft_forward_complex_inplace(fftwf_complex* data, int n);
 
+// Inverse real transform in place: data holds the n/2 + 1 complex values
+// (n + 2 floats) and afterwards the n real samples, not normalised.
+int fft_inverse_real_inplace(float* data, int n);
+
 // Number of plans the cache holds (for tests and diagnostics).
 std::size_t fft_cached_plan_count();
 

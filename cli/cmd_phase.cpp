@@ -1,0 +1,248 @@
+// vantorix phase FILE: absorption-mode phasing of a transient. Reads the
+// excitation from the experiment script (or the stored "Phase Parameters:"),
+// searches the zero-order constant, rotates, removes the baseline, optionally
+// rephases section by section, and writes the absorption spectrum, the
+// dispersion spectrum and/or a data file carrying the terms found.
+#include <cmath>
+#include <iostream>
+#include <numbers>
+#include <sstream>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "commands.hpp"
+#include "formats/spectrum_export.hpp"
+#include "formats/tulva_reader.hpp"
+#include "phasing/phase_command.hpp"
+#include "workspace/processing.hpp"
+
+namespace vx::cli {
+namespace {
+
+struct PhaseCliOptions {
+    std::string file, out, dispersion, write_terms, inverse_out;
+    std::string method = "iterate", form = "final", apodization = "none", terms, baseline = "dips";
+    bool exclude_excite = false, zero_dc = false, roll = false, harmonic3 = false, extra_point = false;
+    bool special = false, test = false, json = false, overwrite = false;
+    int truncations = 0, zerofills = 1, rephase = 0, threads = 0, polarity = 0;
+    double rephase_sn = 3.0, baseline_scaler = 3.0;
+    double constant = NAN;
+};
+
+int write_export(Context& ctx, int slot, const std::string& path) {
+    Workspace& ws = ctx.ws;
+    const int saved = ws.active_panel;
+    ws.active_panel = slot;
+    Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+    const int domain = s.domain;
+    if (s.domain == DOMAIN_MASS) s.domain = DOMAIN_FREQUENCY;
+    int rc = -1;
+    switch (export_kind_of(path)) {
+        case RAW_TEXT: rc = write_spectrum_text(s, path, ctx.ui); break;
+        case RAW_BINARY: rc = write_spectrum_binary(s, path, ctx.ui); break;
+        case RAW_BLOCK: rc = SaveRawSpectrum(ws, RAW_BLOCK, path, ctx.ui); break;
+        default:
+            ctx.ui.MessagePopup("Operator Error", fmt::format("The output name {} must end in .csv, .bin or .xy.bin.", path));
+            break;
+    }
+    s.domain = domain;
+    ws.active_panel = saved;
+    return rc;
+}
+
+int run_phase(Context& ctx, const PhaseCliOptions& o) {
+    for (const std::string* p : {&o.out, &o.dispersion})
+        if (!p->empty() && (export_kind_of(*p) < 0 || export_kind_of(*p) == EXPORT_WAVE)) {
+            ctx.ui.MessagePopup("Operator Error", fmt::format("The output name {} must end in .csv, .bin or .xy.bin.", *p));
+            return 1;
+        }
+    if (ctx.load_settings() < 0) return 1;
+    Workspace& ws = ctx.ws;
+    ws.settings_folder.clear();
+    ctx.ui.default_confirm = o.overwrite;
+    if (o.json) ctx.ui.quiet_console = true;
+
+    PhaseRunOptions r;
+    r.method = o.method == "analytic120" ? PHASE_ANALYTIC_120
+               : o.method == "analytic90" ? PHASE_ANALYTIC_90
+               : o.method == "vector"     ? PHASE_VECTOR
+                                          : PHASE_ITERATE;
+    r.initial_form = o.form == "initial";
+    r.polarity = o.polarity;
+    r.apodization = o.apodization == "hanning" ? 1 : o.apodization == "hamming" ? 2 : o.apodization == "blackman-harris" ? 3 : 0;
+    r.exclude_excite = o.exclude_excite;
+    r.truncations = o.truncations;
+    r.zerofills = o.zerofills;
+    r.zero_dc = o.zero_dc;
+    r.roll = o.roll;
+    r.harmonic3 = o.harmonic3;
+    r.extra_point = o.extra_point;
+    r.special = o.special;
+    r.test = o.test;
+    r.baseline = o.baseline != "none";
+    r.median_baseline = o.baseline == "median";
+    r.dispersion = !o.dispersion.empty();
+    r.rephase_sections = o.rephase;
+    r.rephase_sn = o.rephase_sn;
+    r.baseline_scaler = o.baseline_scaler;
+    r.workers = o.threads;
+    if (!o.terms.empty()) {
+        std::vector<double> t;
+        std::stringstream ss(o.terms);
+        std::string item;
+        while (std::getline(ss, item, ',')) {
+            try {
+                std::size_t used = 0;
+                t.push_back(std::stod(item, &used));
+                if (used != item.size() || !std::isfinite(t.back())) throw std::invalid_argument(item);
+            } catch (...) {
+                ctx.ui.MessagePopup("Operator Error", fmt::format("--terms takes three numbers A,B,C, not \"{}\".", o.terms));
+                return 1;
+            }
+        }
+        if (t.size() != 3) {
+            ctx.ui.MessagePopup("Operator Error", fmt::format("--terms takes three numbers A,B,C, not \"{}\".", o.terms));
+            return 1;
+        }
+        r.terms = t;
+    }
+    if (std::isfinite(o.constant)) r.constant_degrees = o.constant;
+
+    const int slot = open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
+    if (slot < 0) return 1;
+    ws.active_panel = slot;
+    Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+    const double relativex = s.relativex;
+
+    if (!o.inverse_out.empty()) {
+        if (phase_inverse(s, o.extra_point, ctx.ui) < 0) return 1;
+        if (o.inverse_out.size() > 4 && o.inverse_out.ends_with(".dat")) {
+            if (write_phase_corrected_file(o.file, o.inverse_out, s, ctx.ui) < 0) return 1;
+        } else if (write_export(ctx, slot, o.inverse_out) < 0) {
+            return 1;
+        }
+        if (!o.json) std::cout << fmt::format("wrote {} (phase-corrected transient, {} samples)\n", o.inverse_out, s.datacount);
+        else std::cout << nlohmann::json{{"inverse", o.inverse_out}, {"datacount", s.datacount}, {"storagemode", s.storagemode}}.dump(2) << '\n';
+        return 0;
+    }
+
+    PhaseRunResult res;
+    const int rc = phase_command(ws, r, ctx.ui, &res);
+    if (rc < 0) return 1;
+
+    if (!o.out.empty() && write_export(ctx, slot, o.out) < 0) return 1;
+    if (!o.dispersion.empty()) {
+        std::vector<float> keep = s.data;
+        s.data = res.dispersion;
+        const int drc = write_export(ctx, slot, o.dispersion);
+        s.data = std::move(keep);
+        if (drc < 0) return 1;
+    }
+    if (!o.write_terms.empty()) {
+        const double u = o.special ? relativex : 0.0;
+        const double e = o.extra_point ? 1.0 / s.dbandwidth : 0.0;
+        const StoredTerms t = stored_terms_of(res.model, s.lowfreq, s.highfreq, u + e);
+        if (res.model.harmonic != 1.0) {
+            ctx.ui.MessagePopup("Operator Error", "Terms of a third-harmonic run cannot be stored in a data file.");
+            return 1;
+        }
+        if (Save_Tulva_Phase_Coeff(o.file, o.write_terms, t.sweep, t.delay, t.constant, t.final_freq, t.initial_freq,
+                                   0.0, o.extra_point ? 1 : 0, s.dbandwidth, 0, ctx.ui) < 0)
+            return 1;
+    }
+
+    const double drop_ratio = res.score != 0.0 ? res.drop / res.score : 0.0;
+    if (o.json) {
+        nlohmann::json j{{"file", o.file},
+                         {"form", res.form},
+                         {"zeroorder", s.Zeroorder},
+                         {"zerodegrees", s.ZeroDegrees},
+                         {"firstorder", s.OptimizedFirstorder},
+                         {"secondorder", s.OptimizedSecondorder},
+                         {"applied_constant", res.model.Cterm},
+                         {"applied_degrees", res.applied_degrees},
+                         {"score", res.score},
+                         {"drop", res.drop},
+                         {"testfit", res.testfit},
+                         {"band_start", res.band_start},
+                         {"band_end", res.band_end},
+                         {"searched", res.searched},
+                         {"evaluations", res.evaluations},
+                         {"reference_hz", res.model.reference},
+                         {"delay_s", res.model.bracket},
+                         {"datacount", s.datacount},
+                         {"hzppt", s.hzppt}};
+        if (!res.section_constant.empty()) {
+            j["sections"] = nlohmann::json::array();
+            for (std::size_t i = 0; i < res.section_constant.size(); ++i)
+                j["sections"].push_back({{"initial", res.section_initial[i]},
+                                         {"final", res.section_final[i]},
+                                         {"constant", res.section_constant[i]}});
+        }
+        if (!o.out.empty()) j["output"] = o.out;
+        if (!o.write_terms.empty()) j["terms_file"] = o.write_terms;
+        std::cout << j.dump(2) << '\n';
+    } else {
+        std::cout << fmt::format("Form {}\n", res.form);
+        std::cout << fmt::format("Zeroorder {:.6f}\nZeroDegrees {}\n", s.Zeroorder, s.ZeroDegrees);
+        std::cout << fmt::format("C Term {}\n", res.applied_degrees);
+        std::cout << fmt::format("OptimizedFirstorder {:.9e}\nOptimizedSecondorder {:.9e}\n", s.OptimizedFirstorder,
+                                 s.OptimizedSecondorder);
+        std::cout << fmt::format("PhaseScore {:.8e}\nDrop {:f}\n", res.score, drop_ratio);
+        std::cout << fmt::format("Band {} to {}\n", res.band_start, res.band_end);
+        for (std::size_t i = 0; i < res.section_constant.size(); ++i)
+            std::cout << fmt::format("Section {} ({} to {}): {:.4f} rad\n", i, res.section_initial[i],
+                                     res.section_final[i], res.section_constant[i]);
+        if (!o.out.empty()) std::cout << fmt::format("wrote {} ({} points, {} Hz per point)\n", o.out, s.datacount, s.hzppt);
+        if (!o.write_terms.empty()) std::cout << fmt::format("wrote {}\n", o.write_terms);
+    }
+    return 0;
+}
+
+CommandRegistration reg([](CLI::App& app, Context& ctx) {
+    auto o = std::make_shared<PhaseCliOptions>();
+    auto* sub = app.add_subcommand("phase", "Absorption-mode phasing of a transient from its excitation");
+    sub->add_option("file", o->file, "Tulva data file (.dat, .new, .Z)")->required();
+    sub->add_option("-o,--output", o->out, "Absorption spectrum: .csv, .bin (raw float32) or .xy.bin");
+    sub->add_option("--method", o->method,
+                    "iterate (the degree ladder, default), vector (weighted vector sum of the peaks: not fooled by "
+                    "few ions or short transients), analytic120 or analytic90 (+-45 degrees)")
+        ->check(CLI::IsMember({"iterate", "vector", "analytic120", "analytic90"}));
+    sub->add_option("--form", o->form, "final: phase referred to the final frequency; initial: to the start frequency")
+        ->check(CLI::IsMember({"final", "initial"}));
+    sub->add_option("--polarity", o->polarity, "Polarity of the analytical constant (0 or 1)")->check(CLI::Range(0, 1));
+    sub->add_option("--apodization", o->apodization, "Half window: none, hanning, hamming, blackman-harris")
+        ->check(CLI::IsMember({"none", "hanning", "hamming", "blackman-harris"}));
+    sub->add_flag("--exclude-excite", o->exclude_excite, "Leave the excitation period out of the half window");
+    sub->add_option("--truncations", o->truncations, "Halvings of the transient")->check(CLI::Range(0, 20));
+    sub->add_option("--zerofills", o->zerofills, "Doublings of the length (default 1)")->check(CLI::Range(0, 4));
+    sub->add_flag("--zero-dc", o->zero_dc, "Subtract the mean of the transient first");
+    sub->add_flag("--roll", o->roll, "Correct baseline roll (join the baseline dips by lines)");
+    sub->add_option("--baseline", o->baseline,
+                    "dips: the baseline through the dips between the peaks (the classic step, default); "
+                    "median: window medians, which keep the noise centred on zero; none")
+        ->check(CLI::IsMember({"dips", "median", "none"}));
+    sub->add_flag("--harmonic3", o->harmonic3, "Detection at the third harmonic");
+    sub->add_flag("--extra-point", o->extra_point, "One extra sampling interval belongs to the delay");
+    sub->add_flag("--special", o->special, "Take the delay correction from the header's RelativeX");
+    sub->add_flag("--test", o->test, "Ignore stored Phase Parameters and search again");
+    sub->add_option("--rephase", o->rephase, "Rephase the band in this many sections")->check(CLI::Range(0, 1000));
+    sub->add_option("--rephase-sn", o->rephase_sn, "S/N threshold of the section search (default 3)");
+    sub->add_option("--baseline-scaler", o->baseline_scaler, "Noise multiple of the section baseline (default 3)");
+    auto* terms = sub->add_option("--terms", o->terms, "Apply A,B,C (rad/Hz^2, rad/Hz, rad) with no search");
+    auto* cons = sub->add_option("--constant", o->constant, "Apply this zero-order constant in degrees, no search");
+    terms->excludes(cons);
+    sub->add_option("--dispersion", o->dispersion, "Also write the dispersion (imaginary) spectrum");
+    sub->add_option("--write-terms", o->write_terms, "Write a copy of FILE with the Phase Parameters found");
+    sub->add_option("--inverse", o->inverse_out,
+                    "Rotate and go back to a phase-corrected transient (.dat copy of FILE, or an export)");
+    sub->add_option("--threads", o->threads, "Score workers (default: twice the processors, at most 4)")
+        ->check(CLI::Range(1, 8));
+    sub->add_flag("--overwrite", o->overwrite, "Answer yes when asked to overwrite an existing .xy.bin file");
+    sub->add_flag("--json", o->json, "Print the terms found as one JSON object");
+    sub->callback([&ctx, o] { ctx.exit_code = run_phase(ctx, *o); });
+});
+
+}  // namespace
+}  // namespace vx::cli
