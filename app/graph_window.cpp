@@ -11,6 +11,9 @@
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <QWheelEvent>
+#include <QResizeEvent>
+#include <QFontMetricsF>
 
 #include <qcustomplot.h>
 
@@ -19,6 +22,7 @@
 
 #include "MANUALZOOM.hpp"
 #include "main_window.hpp"
+#include "workspace/conversions.hpp"
 #include "qt_ui.hpp"
 
 namespace vx {
@@ -60,9 +64,22 @@ GraphWindow::GraphWindow(MainWindow* main, int slot) : QWidget(nullptr), main_(m
         cursors_[i]->point1->setCoords(0, 0);
         cursors_[i]->point2->setCoords(0, 1);
     }
+    // Found peaks: a small triangle at each apex; their m/z labels are items.
+    marks_ = plot_->addGraph();
+    marks_->setLineStyle(QCPGraph::lsNone);
+    marks_->setScatterStyle(QCPScatterStyle(QCPScatterStyle::ssTriangleInverted, QColor(0, 90, 200), 7));
+    marks_->setAdaptiveSampling(false);
+    band_ = new QCPItemRect(plot_);
+    band_->setPen(QPen(QColor(60, 60, 60), 1, Qt::DashLine));
+    band_->setBrush(QColor(80, 120, 220, 40));
+    band_->setVisible(false);
+    plot_->setMouseTracking(true);  // the live read-out follows the mouse without a button
+    plot_->setFocusPolicy(Qt::StrongFocus);
+    setFocusProxy(plot_);
     connect(plot_, &QCustomPlot::mousePress, this, &GraphWindow::on_press);
     connect(plot_, &QCustomPlot::mouseMove, this, &GraphWindow::on_move);
     connect(plot_, &QCustomPlot::mouseRelease, this, &GraphWindow::on_release);
+    connect(plot_, &QCustomPlot::mouseWheel, this, &GraphWindow::on_wheel);
 
     auto* bar = new QMenuBar(this);
     layout->setMenuBar(bar);
@@ -70,31 +87,45 @@ GraphWindow::GraphWindow(MainWindow* main, int slot) : QWidget(nullptr), main_(m
     for (QMenu* m : menu_) bar->addMenu(m);
     layout->addWidget(plot_, 1);
 
+    // The read-outs, each with its caption; the live one follows the mouse.
     auto* row = new QHBoxLayout;
-    auto readout = [&](const char* tip) {
+    row->setSpacing(4);
+    auto readout = [&](const char* caption, const char* tip) {
+        auto* c = new QLabel(QString(caption) + ":", this);
+        c->setToolTip(tip);
         auto* l = new QLabel(this);
         l->setToolTip(tip);
         l->setFrameShape(QFrame::StyledPanel);
         l->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        l->setMinimumWidth(40);
+        row->addWidget(c);
         row->addWidget(l);
+        readouts_.emplace_back(caption, l);
         return l;
     };
     auto* left = new QPushButton("<", this);
     auto* right = new QPushButton(">", this);
     left->setMaximumWidth(28);
     right->setMaximumWidth(28);
+    left->setToolTip("Pan left one screen");
+    right->setToolTip("Pan right one screen");
     connect(left, &QPushButton::clicked, this, [this] { move_graph(3); });
     connect(right, &QPushButton::clicked, this, [this] { move_graph(2); });
     row->addWidget(left);
     row->addWidget(right);
-    slotno_ = readout("Slot");
-    points_ = readout("Points");
-    parent_ = readout("Parent mass");
-    range_ = readout("Range between cursors 1 and 2");
-    width_ = readout("Width");
-    resolution_ = readout("Resolution");
-    cursor3_ = readout("Cursor 3");
+    slotno_ = readout("Slot", "Slot number");
+    points_ = readout("Points", "Data points of the spectrum");
+    parent_ = readout("Parent", "Parent mass");
+    range_ = readout("Cursors", "Range between cursors 1 and 2");
+    width_ = readout("Width", "Width between cursors 1 and 2");
+    resolution_ = readout("Resolution", "Resolution between cursors 1 and 2: centre / width");
+    cursor3_ = readout("Cursor 3", "Place of cursor 3 (middle button)");
+    row->addStretch(1);
     layout->addLayout(row);
+    live_ = new QLabel(this);
+    live_->setToolTip("Under the mouse");
+    live_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    layout->addWidget(live_);
 
     setWindowTitle(qs(panel().spectrum.filename));
     points_->setText(QString::asprintf("%i", panel().spectrum.datacount));
@@ -125,6 +156,29 @@ void GraphWindow::build_menus() {
         const int item = m.item;
         connect(a, &QAction::triggered, this, [this, item] { plot_command(item); });
     }
+    // Beside the plot menu's items: the zoom history and keys of the usual
+    // viewers. The keys act in the window that has the focus.
+    menu_[0]->addSeparator();
+    auto add_key = [this](QMenu* into, const QString& text, const QList<QKeySequence>& keys, auto&& run) {
+        QAction* a = into->addAction(text);
+        a->setShortcuts(keys);
+        a->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+        addAction(a);  // the window, not only its menu, takes the keys
+        connect(a, &QAction::triggered, this, run);
+        return a;
+    };
+    add_key(menu_[0], "Back", {QKeySequence::Undo, QKeySequence(Qt::ALT | Qt::Key_Left)}, [this] { zoom_back(); });
+    add_key(menu_[0], "Forward", {QKeySequence::Redo, QKeySequence(Qt::ALT | Qt::Key_Right)},
+            [this] { zoom_forward(); });
+    add_key(menu_[0], "Zoom In at Centre", {QKeySequence::ZoomIn, QKeySequence(Qt::Key_Plus)}, [this] {
+        wheel_zoom(plot_->axisRect()->center().x(), 0.5);
+    });
+    add_key(menu_[0], "Zoom Out at Centre", {QKeySequence::ZoomOut, QKeySequence(Qt::Key_Minus)}, [this] {
+        wheel_zoom(plot_->axisRect()->center().x(), 2.0);
+    });
+    add_key(menu_[0], "Full View", {QKeySequence(Qt::Key_Home)}, [this] { plot_command(PLOT_ZOOM_FULL); });
+    add_key(menu_[0], "Pan Left", {QKeySequence(Qt::Key_Left)}, [this] { move_graph(3); });
+    add_key(menu_[0], "Pan Right", {QKeySequence(Qt::Key_Right)}, [this] { move_graph(2); });
     menu_[1] = new QMenu("X Axis", this);
     xgroup_ = new QActionGroup(this);
     for (const MenuItem& m : xaxis) {
@@ -201,7 +255,10 @@ void GraphWindow::redraw() {
     }
     plot_->xAxis->setRange(lo, hi);
     const double pad = (arrays_.yhigh - arrays_.ylow) * 0.04;
-    plot_->yAxis->setRange(arrays_.ylow - pad, arrays_.yhigh + pad);
+    // Room above the tallest peak for its label when peaks are marked.
+    const bool marking = !p.spectrum.peaks.empty() &&
+                         (p.xmode == XMODE_POINT || p.xmode == XMODE_MZ || p.xmode == XMODE_FREQUENCY);
+    plot_->yAxis->setRange(arrays_.ylow - pad, arrays_.yhigh + (marking ? 4.0 : 1.0) * pad);
     plot_->xAxis->setLabel(qs(arrays_.xlabel));
     plot_->yAxis->setLabel(qs(arrays_.ylabel));
     for (int i = 0; i < 3; ++i) {
@@ -213,7 +270,171 @@ void GraphWindow::redraw() {
     parent_->setText(QString::asprintf("%f", p.spectrum.parentmass));
     update_checks();
     update_readouts();
+    // Every range the window comes to is a step of its history; a new
+    // spectrum in the slot (Process) starts a new one.
+    if (history_points_ != p.spectrum.datacount) {
+        history_.clear();
+        history_points_ = p.spectrum.datacount;
+    }
+    history_.record(p.xmin, p.xmax);
+    // The axis rectangle takes its final size in the replot; the labels are
+    // placed in pixels, so they follow it.
+    if (marking || !labels_.empty() || marks_->dataCount() > 0) {
+        plot_->replot();
+        draw_peaks();
+    }
     plot_->replot();
+}
+
+void GraphWindow::draw_peaks() {
+    for (QCPItemText* t : labels_) plot_->removeItem(t);
+    labels_.clear();
+    label_boxes_.clear();
+    AnalysisPanel& p = panel();
+    const bool marking = !p.spectrum.peaks.empty() &&
+                         (p.xmode == XMODE_POINT || p.xmode == XMODE_MZ || p.xmode == XMODE_FREQUENCY);
+    if (!marking) {
+        marks_->data()->clear();
+        return;
+    }
+    const QCPRange xr = plot_->xAxis->range();
+    const QRect area = plot_->axisRect()->rect();
+    QFont font = plot_->font();
+    font.setPointSize(8);
+    const QFontMetricsF fm(font);
+    QVector<double> keys, values;
+    std::vector<LabelBox> boxes;
+    std::vector<QString> texts;
+    std::vector<QPointF> anchors;
+    for (const Peak& k : p.spectrum.peaks) {
+        const double x = point_to_x(p, k.index);
+        if (!std::isfinite(x) || !xr.contains(x)) continue;
+        float y = static_cast<float>(k.abundance);
+        Set_Plot_Attributes(p, &y, 1);  // the relative scale, as the trace
+        keys.push_back(x);
+        values.push_back(y);
+        const QString text = QString::number(k.mass, 'f', 4);
+        const double px = plot_->xAxis->coordToPixel(x), py = plot_->yAxis->coordToPixel(y);
+        const double w = fm.horizontalAdvance(text) + 4.0, h = fm.height();
+        // The box stands above the marker, centred on the peak; relative to
+        // the axis rectangle, which is the area labels may use.
+        boxes.push_back({px - w / 2.0 - area.left(), py - 8.0 - h - area.top(), w, h, y});
+        texts.push_back(text);
+        anchors.emplace_back(px, py - 8.0);
+    }
+    marks_->setData(keys, values, false);
+    const auto chosen = choose_peak_labels(boxes, area.width(), area.height(), 40);
+    for (std::size_t i : chosen) {
+        auto* t = new QCPItemText(plot_);
+        t->setClipToAxisRect(true);
+        t->position->setType(QCPItemPosition::ptAbsolute);
+        t->position->setCoords(anchors[i].x(), anchors[i].y());
+        t->setPositionAlignment(Qt::AlignHCenter | Qt::AlignBottom);
+        t->setFont(font);
+        t->setColor(QColor(0, 60, 150));
+        t->setText(texts[i]);
+        labels_.push_back(t);
+        const LabelBox& b = boxes[i];
+        label_boxes_.emplace_back(b.left + area.left(), b.top + area.top(), b.width, b.height);
+    }
+}
+
+std::vector<GraphWindow::DrawnLabel> GraphWindow::drawn_labels() const {
+    std::vector<DrawnLabel> out;
+    for (std::size_t i = 0; i < labels_.size(); ++i) out.push_back({labels_[i]->text(), label_boxes_[i]});
+    return out;
+}
+
+int GraphWindow::marked_peaks() const { return marks_->dataCount(); }
+
+bool GraphWindow::rubber_band_visible() const { return band_->visible(); }
+
+QString GraphWindow::readout(const QString& caption) const {
+    for (const auto& [c, l] : readouts_)
+        if (c == caption) return l->text();
+    return caption == "Live" ? live_->text() : QString();
+}
+
+QString GraphWindow::live_readout() const { return live_->text(); }
+
+void GraphWindow::track_mouse(double px) {
+    AnalysisPanel& p = panel();
+    const Spectrum& s = p.spectrum;
+    if (!p.active || s.data.empty()) {
+        live_->clear();
+        return;
+    }
+    const double x = plot_->xAxis->pixelToCoord(px);
+    const double point = x_to_point(p, x);
+    if (!std::isfinite(point)) {
+        live_->clear();
+        return;
+    }
+    const long i = std::clamp(std::lround(point), 0L, static_cast<long>(s.data.size()) - 1);
+    const double intensity = s.data[static_cast<std::size_t>(i)];
+    QString text;
+    if (s.domain == DOMAIN_FREQUENCY || s.domain == DOMAIN_MASS) {
+        text = QString::asprintf("m/z %.5f    Frequency %.4f kHz    Intensity %.4g    Point %ld",
+                                 SPt_tomass(s, static_cast<double>(i)), SPt_tofreq(s, i) / 1000.0, intensity, i);
+    } else if (p.xmode == XMODE_TIME) {
+        text = QString::asprintf("Time %.5f ms    Intensity %.4g    Point %ld", x, intensity, i);
+    } else {
+        text = QString::asprintf("x %.6g    Intensity %.4g    Point %ld", x, intensity, i);
+    }
+    live_->setText(text);
+}
+
+void GraphWindow::apply_range(double xmin, double xmax) {
+    AnalysisPanel& p = panel();
+    main_->workspace().active_panel = slot_;
+    p.prevmin = p.xmin;
+    p.prevmax = p.xmax;
+    p.xmin = xmin;
+    p.xmax = xmax;
+    p.moveoffset = 0.0;
+    redraw();
+}
+
+void GraphWindow::wheel_zoom(double px, double factor) {
+    AnalysisPanel& p = panel();
+    if (!p.active) return;
+    const QCPRange r = plot_->xAxis->range();
+    double lo = 0.0, hi = 0.0;
+    if (wheel_zoom_points(p, r.lower, r.upper, plot_->xAxis->pixelToCoord(px), factor, lo, hi)) apply_range(lo, hi);
+}
+
+bool GraphWindow::zoom_back() {
+    ZoomHistory::Range r;
+    if (!history_.back(r)) return false;
+    apply_range(r.xmin, r.xmax);
+    return true;
+}
+
+bool GraphWindow::zoom_forward() {
+    ZoomHistory::Range r;
+    if (!history_.forward(r)) return false;
+    apply_range(r.xmin, r.xmax);
+    return true;
+}
+
+void GraphWindow::on_wheel(QWheelEvent* e) {
+    const double steps = e->angleDelta().y() / 120.0;
+    if (steps == 0.0) return;
+    // One notch zooms in by a fifth; the place under the mouse stays put.
+    wheel_zoom(e->position().x(), std::pow(0.8, steps));
+    e->accept();
+}
+
+void GraphWindow::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    // The labels are placed in pixels: place them again at the new size.
+    QTimer::singleShot(0, this, [this] {
+        if (panel().active && !panel().spectrum.peaks.empty()) {
+            plot_->replot();
+            draw_peaks();
+            plot_->replot();
+        }
+    });
 }
 
 void GraphWindow::update_readouts() {
@@ -347,13 +568,26 @@ void GraphWindow::on_press(QMouseEvent* e) {
 }
 
 void GraphWindow::on_move(QMouseEvent* e) {
-    if (dragging_ == 0) return;
     const QPointF pos = e->position();
+    track_mouse(pos.x());
+    if (right_drag_ && main_->workspace().settings.quick_zoom) {
+        // The rubber band of the drag, over the plot's whole height.
+        const QCPRange yr = plot_->yAxis->range();
+        band_->topLeft->setCoords(right_start_x_, yr.upper);
+        band_->bottomRight->setCoords(plot_->xAxis->pixelToCoord(pos.x()), yr.lower);
+        band_->setVisible(std::abs(pos.x() - right_start_.x()) >= 3);
+        plot_->replot(QCustomPlot::rpQueuedReplot);
+    }
+    if (dragging_ == 0) return;
     set_cursor(dragging_, plot_->xAxis->pixelToCoord(pos.x()), plot_->yAxis->pixelToCoord(pos.y()));
 }
 
 void GraphWindow::on_release(QMouseEvent* e) {
     dragging_ = 0;
+    if (band_->visible()) {
+        band_->setVisible(false);
+        plot_->replot(QCustomPlot::rpQueuedReplot);
+    }
     if (e->button() != Qt::RightButton || !right_drag_) return;
     right_drag_ = false;
     const QPoint pos = e->position().toPoint();

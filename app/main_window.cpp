@@ -36,6 +36,7 @@
 #include "ANALYZE.hpp"
 #include "PEAKLIST2.hpp"
 #include "PROCESS.hpp"
+#include "shortcuts.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/processing.hpp"
 
@@ -125,6 +126,7 @@ void MainWindow::build_menus() {
     window->addAction(console_dock_->toggleViewAction());
     QMenu* help = menuBar()->addMenu("Help");
     connect(help->addAction("About..."), &QAction::triggered, this, [this] { show_title_panel(0); });
+    apply_shortcuts(menuBar());
 }
 
 void MainWindow::rebuild_recent() {
@@ -286,6 +288,7 @@ int MainWindow::process_active() {
         if (ws_->settings.transform == TRANSFORM_FFT_MAGNITUDE)
             PlotMenuCommand(p, p.spectrum.filetype == FILETYPE_BRUKER ? PLOT_FREQUENCY : PLOT_MZ, 0, 0,
                             ws_->settings, *ui_);
+        first_signal_view(p);  // the first view spans the data that has signal
         if (GraphWindow* g = graph(s)) {
             g->set_cursor(1, 0.0, 0.1);
             g->set_cursor(2, 0.0, 0.1);
@@ -383,7 +386,10 @@ void MainWindow::export_to_plottool() {
                                                   : ("Could not start " + tool).toStdString());
 }
 
-void MainWindow::show_peak_table() { peaklist_->show_table(*peak_table_, peak_decimals(ws_->settings)); }
+void MainWindow::show_peak_table() {
+    peaklist_->show_table(*peak_table_, peak_decimals(ws_->settings));
+    if (GraphWindow* g = active_graph()) g->redraw();  // the found peaks marked on the plot
+}
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     if (ui_->ConfirmPopup("Quit Vantorix Analysis", "Are you sure you want to quit Vantorix Analysis?")) event->accept();
