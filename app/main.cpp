@@ -9,8 +9,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDir>
-#include <QLockFile>
-#include <QStandardPaths>
+#include <QMessageBox>
 #include <QTimer>
 
 #include <cstdio>
@@ -18,6 +17,7 @@
 
 #include "main_window.hpp"
 #include "qt_ui.hpp"
+#include "single_instance.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/settings.hpp"
 
@@ -37,14 +37,22 @@ int main(int argc, char** argv) {
     parser.process(app);
     const bool screenshot = parser.isSet(shot);
 
-    // One instance per user; a second one leaves at once, silently. The
-    // unattended screenshot runs do not count.
-    std::unique_ptr<QLockFile> lock;
+    // One instance per user: a later launch hands its files to the running
+    // window, or says why it cannot. The unattended screenshot runs do not count.
+    vx::InstanceGuard instance;
     if (!screenshot) {
-        QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-        if (dir.isEmpty()) dir = QDir::tempPath();
-        lock = std::make_unique<QLockFile>(dir + "/vantorix-analysis.lock");
-        if (!lock->tryLock(0)) return 0;
+        QString why;
+        switch (vx::claim_instance(instance, parser.positionalArguments(), &why)) {
+            case vx::InstanceStart::First:
+                break;
+            case vx::InstanceStart::HandedOver:
+                return 0;
+            case vx::InstanceStart::Failed:
+                std::fprintf(stderr, "vantorix-analysis: %s\n", qPrintable(why));
+                if (QGuiApplication::platformName() != "offscreen")
+                    QMessageBox::warning(nullptr, "Vantorix Analysis", why);
+                return 1;
+        }
     }
 
     vx::MainWindow window(screenshot);
@@ -58,10 +66,14 @@ int main(int argc, char** argv) {
     if (!screenshot) {
         window.show_title_panel(1000);
         QTimer::singleShot(1000, &window, [&window] { window.show(); });
-        for (const QString& f : parser.positionalArguments()) {
-            if (f.endsWith(".pks", Qt::CaseInsensitive)) window.open_peak_list(f.toStdString());
-            else window.open_file(f.toStdString());
-        }
+        vx::open_paths(window, parser.positionalArguments());
+        if (instance.server)
+            instance.server->on_files = [&window](const QStringList& files) {
+                vx::open_paths(window, files);
+                window.showNormal();
+                window.raise();
+                window.activateWindow();
+            };
         return app.exec();
     }
 

@@ -676,40 +676,40 @@ int Calculate_SIC(AnalysisPanel& p, double low, double high, Ui& ui) {
 
 namespace {
 
-// Clamps lo..hi (points, any order) into the full range with a margin of 5 %
-// of its width on each side; false when less than 3 points remain.
+// The points lo..hi (any order) as a view: widened by 5 % of its width in m/z
+// on each side (in points the same margin would be far wider at the
+// low-frequency end) and clamped into the full range; false when less than 3
+// points remain.
 bool padded_into_full(const AnalysisPanel& p, double a, double b, double& lo, double& hi) {
     if (!std::isfinite(a) || !std::isfinite(b)) return false;
     if (a > b) std::swap(a, b);
-    const double margin = 0.05 * (b - a);
+    const Spectrum& s = p.spectrum;
+    double m1 = SPt_tomass(s, a), m2 = SPt_tomass(s, b);
+    if (m1 > m2) std::swap(m1, m2);
+    if (std::isfinite(m1) && std::isfinite(m2) && m1 > 0.0 && m2 > m1) {
+        const double margin = 0.05 * (m2 - m1);
+        double pa = SMass_toPt(s, std::max(m1 - margin, 0.5 * m1)), pb = SMass_toPt(s, m2 + margin);
+        if (pa > pb) std::swap(pa, pb);
+        if (std::isfinite(pa) && std::isfinite(pb) && pa <= a && pb >= b) {
+            a = pa;
+            b = pb;
+        }
+    }
     const double full_lo = std::min(p.fullmin, p.fullmax), full_hi = std::max(p.fullmin, p.fullmax);
-    const double l = std::clamp(a - margin, full_lo, full_hi), h = std::clamp(b + margin, full_lo, full_hi);
+    const double l = std::clamp(a, full_lo, full_hi), h = std::clamp(b, full_lo, full_hi);
     if (h - l < 2.0) return false;
     lo = l;
     hi = h;
     return true;
 }
 
-}  // namespace
-
-bool signal_view_points(const AnalysisPanel& p, double& lo, double& hi) {
+// First and last point of the full range whose sample stands above the noise
+// floor by `fraction` of the distance from the floor to the largest sample.
+// The floor is the median of an even subsample (at most 65,536 values), so
+// this stays cheap on 32 million points; the largest sample is exact.
+bool signal_span(const AnalysisPanel& p, double fraction, long& a, long& b) {
     const Spectrum& s = p.spectrum;
     const long n = static_cast<long>(s.data.size());
-    if (n < 3 || s.datacount < 3) return false;
-    // The excited range: what the experiment put ions into.
-    if (s.origlowfreq > 0.0 && s.orighighfreq > 0.0 && s.hzppt > 0.0) {
-        const double f[2] = {s.origlowfreq, s.orighighfreq};
-        double pt[2] = {0.0, 0.0};
-        Freq_topt(s, f, pt);
-        const double a = std::min(pt[0], pt[1]), b = std::max(pt[0], pt[1]);
-        // Only when it overlaps the data; a range wholly outside says nothing.
-        if (std::isfinite(a) && std::isfinite(b) && b > 0.0 && a < static_cast<double>(n - 1) &&
-            padded_into_full(p, a, b, lo, hi))
-            return true;
-    }
-    // Else the samples that stand above the noise floor. The floor is the
-    // median of an even subsample (at most 65,536 values), so this stays cheap
-    // on 32 million points; the largest sample is exact.
     const long first = std::clamp(static_cast<long>(std::min(p.fullmin, p.fullmax)), 0L, n - 1);
     const long last = std::clamp(static_cast<long>(std::max(p.fullmin, p.fullmax)), first, n - 1);
     const long count = last - first + 1;
@@ -725,20 +725,46 @@ bool signal_view_points(const AnalysisPanel& p, double& lo, double& hi) {
     std::nth_element(sub.begin(), mid, sub.end());
     const double floor = *mid;
     if (!(mm.max > floor)) return false;
-    const double level = floor + 0.02 * (static_cast<double>(mm.max) - floor);
-    long a = -1, b = -1;
-    for (long i = first; i <= last; ++i)
-        if (s.data[static_cast<std::size_t>(i)] > level) {
-            a = i;
-            break;
+    const double level = floor + fraction * (static_cast<double>(mm.max) - floor);
+    a = b = -1;
+    for (long i = first; i <= last && a < 0; ++i)
+        if (s.data[static_cast<std::size_t>(i)] > level) a = i;
+    for (long i = last; i >= first && b < 0; --i)
+        if (s.data[static_cast<std::size_t>(i)] > level) b = i;
+    return a >= 0 && b > a;
+}
+
+}  // namespace
+
+bool signal_view_points(const AnalysisPanel& p, double& lo, double& hi) {
+    const Spectrum& s = p.spectrum;
+    const long n = static_cast<long>(s.data.size());
+    if (n < 3 || s.datacount < 3) return false;
+    // The excited range: what the experiment put ions into.
+    bool excited = false;
+    double a = 0.0, b = 0.0;
+    if (s.origlowfreq > 0.0 && s.orighighfreq > 0.0 && s.hzppt > 0.0) {
+        const double f[2] = {s.origlowfreq, s.orighighfreq};
+        double pt[2] = {0.0, 0.0};
+        Freq_topt(s, f, pt);
+        a = std::max(std::min(pt[0], pt[1]), 0.0);
+        b = std::min(std::max(pt[0], pt[1]), static_cast<double>(n - 1));
+        // Only when it overlaps the data; a range wholly outside says nothing.
+        excited = std::isfinite(a) && std::isfinite(b) && b - a >= 2.0;
+    }
+    long sa = -1, sb = -1;
+    if (excited) {
+        // Strong peaks outside it are still shown: ions can lie beyond the
+        // sweep (harmonics, a second population, a header that is wrong).
+        if (signal_span(p, 0.05, sa, sb)) {
+            a = std::min(a, static_cast<double>(sa));
+            b = std::max(b, static_cast<double>(sb));
         }
-    for (long i = last; i >= first; --i)
-        if (s.data[static_cast<std::size_t>(i)] > level) {
-            b = i;
-            break;
-        }
-    if (a < 0 || b < 0) return false;
-    return padded_into_full(p, static_cast<double>(a), static_cast<double>(b), lo, hi);
+        if (padded_into_full(p, a, b, lo, hi)) return true;
+    }
+    // Else the samples that stand clearly above the noise floor.
+    if (!signal_span(p, 0.02, sa, sb)) return false;
+    return padded_into_full(p, static_cast<double>(sa), static_cast<double>(sb), lo, hi);
 }
 
 bool first_signal_view(AnalysisPanel& p) {

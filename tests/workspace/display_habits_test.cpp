@@ -30,16 +30,17 @@ AnalysisPanel& spectrum_slot(Workspace& ws, long n) {
 }
 
 TEST(DisplayHabits, FirstViewSpansTheExcitedRangeElseTheSignal) {
+    constexpr double hz = 61.03515625;  // per point of 16384 over 1 MHz
     struct Case {
         const char* what;
         double lowfreq, highfreq;  // excited range, Hz (-1 unset)
         long bump_lo, bump_hi;     // samples well above the floor
         bool found;
-        double want_lo, want_hi;   // points, before the 5 % margin
+        double want_lo, want_hi;   // points, before the margin
     } cases[] = {
-        {"excited range", 100000.0, 300000.0, 9000, 9100, true, 100000.0 / 61.03515625, 300000.0 / 61.03515625},
-        {"excited range reversed", 300000.0, 100000.0, 9000, 9100, true, 100000.0 / 61.03515625,
-         300000.0 / 61.03515625},
+        {"excited range", 100000.0, 300000.0, 3000, 3100, true, 100000.0 / hz, 300000.0 / hz},
+        {"excited range reversed", 300000.0, 100000.0, 3000, 3100, true, 100000.0 / hz, 300000.0 / hz},
+        {"a strong ion beyond the excited range", 100000.0, 300000.0, 9000, 9100, true, 100000.0 / hz, 9100.0},
         {"unset: the signal", -1.0, -1.0, 3000, 3100, true, 3000.0, 3100.0},
         {"excited range beyond the data: the signal", 2.0e6, 3.0e6, 3000, 3100, true, 3000.0, 3100.0},
         {"no signal, no range", -1.0, -1.0, -1, -1, false, 0.0, 0.0},
@@ -47,7 +48,7 @@ TEST(DisplayHabits, FirstViewSpansTheExcitedRangeElseTheSignal) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         Workspace ws;
-        AnalysisPanel& p = spectrum_slot(ws, 16384);  // 61.03515625 Hz per point
+        AnalysisPanel& p = spectrum_slot(ws, 16384);
         p.spectrum.origlowfreq = c.lowfreq;
         p.spectrum.orighighfreq = c.highfreq;
         for (long i = c.bump_lo; i >= 0 && i <= c.bump_hi; ++i) p.spectrum.data[static_cast<std::size_t>(i)] = 500.0f;
@@ -61,9 +62,12 @@ TEST(DisplayHabits, FirstViewSpansTheExcitedRangeElseTheSignal) {
             EXPECT_EQ(p.xmax, before_max);
             continue;
         }
-        const double margin = 0.05 * (c.want_hi - c.want_lo);
-        EXPECT_NEAR(lo, c.want_lo - margin, 1.0);
-        EXPECT_NEAR(hi, c.want_hi + margin, 1.0);
+        // The wanted range and a margin of 5 % of its m/z width on each side.
+        EXPECT_LE(lo, c.want_lo + 1.0);
+        EXPECT_GE(hi, c.want_hi - 1.0);
+        const double want_span = std::fabs(SPt_tomass(p.spectrum, c.want_lo) - SPt_tomass(p.spectrum, c.want_hi));
+        const double span = std::fabs(SPt_tomass(p.spectrum, lo) - SPt_tomass(p.spectrum, hi));
+        EXPECT_NEAR(span / want_span, 1.1, 0.01);
         EXPECT_EQ(p.xmin, lo);
         EXPECT_EQ(p.xmax, hi);
         // The range it left is the previous one, and the full view stays whole.
