@@ -323,6 +323,13 @@ void GraphWindow::draw_peaks() {
         anchors.emplace_back(px, py - 8.0);
     }
     marks_->setData(keys, values, false);
+    // Peaks lower than 1 % of the tallest in view keep their mark but get no
+    // label: among thousands of baseline peaks the labels would only hide the
+    // trace. Zoomed in on small peaks, the tallest in view sets the scale.
+    const double tallest = values.isEmpty() ? 0.0 : *std::max_element(values.begin(), values.end());
+    if (tallest > 0.0)
+        for (LabelBox& b : boxes)
+            if (b.weight < 0.01 * tallest) b.width = -1.0;  // never chosen
     const auto chosen = choose_peak_labels(boxes, area.width(), area.height(), 40);
     for (std::size_t i : chosen) {
         auto* t = new QCPItemText(plot_);

@@ -203,6 +203,7 @@ struct LabelBox {
 // only when it lies inside 0..area_w x 0..area_h and keeps `gap` pixels from
 // every box already taken; at most `limit`. So a zoomed-out view, where the
 // peaks crowd together, shows fewer labels, and labels never overlap.
+// A box of negative size marks a peak that is not to be labelled.
 // Returns the indices of the chosen boxes, ascending.
 std::vector<std::size_t> choose_peak_labels(const std::vector<LabelBox>& boxes, double area_w, double area_h,
                                             std::size_t limit, double gap = 2.0);

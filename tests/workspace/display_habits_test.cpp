@@ -239,6 +239,9 @@ TEST(DisplayHabits, PeakLabelsNeverOverlapAndThinOutWhenCrowded) {
     // A NaN weight does not upset the order; its label comes last.
     std::vector<LabelBox> odd = {{0, 0, 10, 10, NAN}, {0, 0, 10, 10, 1.0}};
     EXPECT_EQ(choose_peak_labels(odd, 100.0, 100.0, 1), (std::vector<std::size_t>{1}));
+    // A box of negative width is a peak not to be labelled, however tall.
+    std::vector<LabelBox> skip = {{0, 0, -1, 10, 100.0}, {50, 0, 10, 10, 1.0}};
+    EXPECT_EQ(choose_peak_labels(skip, 100.0, 100.0, 5), (std::vector<std::size_t>{1}));
 }
 
 TEST(DisplayHabits, ResolutionReadoutOfCursorsInOnePlaceIsNotANumber) {
