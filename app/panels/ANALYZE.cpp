@@ -27,9 +27,57 @@ bool load_robust_noise(const S& st, bool keep) {
 
 }  // namespace
 
+void NotchTableModel::set_notches(const std::vector<std::pair<double, double>>& notches) {
+    beginResetModel();
+    for (int r = 0; r < rows; ++r)
+        for (int c = 0; c < 2; ++c) {
+            cells_[r][c].clear();
+            if (r < static_cast<int>(notches.size())) {
+                const auto& n = notches[static_cast<std::size_t>(r)];
+                cells_[r][c] = QString::number(c == 0 ? n.first : n.second, 'f', 6);
+            }
+        }
+    endResetModel();
+}
+
+std::vector<std::pair<double, double>> NotchTableModel::notches(int count) const {
+    std::vector<std::pair<double, double>> out;
+    for (int r = 0; r < count && r < rows; ++r) out.emplace_back(cells_[r][0].toDouble(), cells_[r][1].toDouble());
+    return out;
+}
+
+int NotchTableModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : rows; }
+int NotchTableModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : 2; }
+
+QVariant NotchTableModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid() || index.row() >= rows || index.column() >= 2) return {};
+    if (role == Qt::DisplayRole || role == Qt::EditRole) return cells_[index.row()][index.column()];
+    if (role == Qt::TextAlignmentRole) return int(Qt::AlignRight | Qt::AlignVCenter);
+    return {};
+}
+
+bool NotchTableModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+    if (!index.isValid() || role != Qt::EditRole || index.row() >= rows || index.column() >= 2) return false;
+    cells_[index.row()][index.column()] = value.toString().trimmed();
+    emit dataChanged(index, index, {Qt::DisplayRole, Qt::EditRole});
+    return true;
+}
+
+Qt::ItemFlags NotchTableModel::flags(const QModelIndex& index) const {
+    return index.isValid() ? Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable : Qt::NoItemFlags;
+}
+
+QVariant NotchTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (role != Qt::DisplayRole) return {};
+    if (orientation == Qt::Horizontal) return section == 0 ? QString("Low") : QString("High");
+    return section + 1;
+}
+
 AnalyzePanel::AnalyzePanel(QWidget* parent)
-    : QObject(parent), dialog_(new QDialog(parent)), form_(std::make_unique<Ui_ANALYZE>()) {
+    : QObject(parent), dialog_(new QDialog(parent)), form_(std::make_unique<Ui_ANALYZE>()),
+      notches_(new NotchTableModel(this)) {
     form_->setupUi(dialog_);
+    form_->notches->setModel(notches_);
     Ui_ANALYZE& f = *form_;
     connect(f.limits, &QPushButton::clicked, this, [this] {
         if (on_limits) on_limits();
@@ -82,15 +130,7 @@ void AnalyzePanel::fill(const Settings& st) {
     f.dec_abundance->setValue(d.abundance);
     f.dec_other->setValue(d.other);
     f.notch_count->setValue(static_cast<int>(st.notches.size()));
-    for (int r = 0; r < f.notches->rowCount(); ++r)
-        for (int c = 0; c < 2; ++c) {
-            QString text;
-            if (r < static_cast<int>(st.notches.size()))
-                text = QString::number(c == 0 ? st.notches[static_cast<std::size_t>(r)].first
-                                              : st.notches[static_cast<std::size_t>(r)].second,
-                                       'f', 6);
-            f.notches->setItem(r, c, new QTableWidgetItem(text));
-        }
+    notches_->set_notches(st.notches);
 }
 
 void AnalyzePanel::read(Settings& st) const {
@@ -112,14 +152,7 @@ void AnalyzePanel::read(Settings& st) const {
     st.peak_decimals_3 = f.dec_frequency->value();
     st.PEAKABUN = f.dec_abundance->value();
     st.peak_decimals_2 = f.dec_other->value();
-    st.notches.clear();
-    for (int r = 0; r < f.notch_count->value() && r < f.notches->rowCount(); ++r) {
-        auto value = [&](int c) {
-            const QTableWidgetItem* item = f.notches->item(r, c);
-            return item ? item->text().toDouble() : 0.0;
-        };
-        st.notches.emplace_back(value(0), value(1));
-    }
+    st.notches = notches_->notches(f.notch_count->value());
 }
 
 }  // namespace vx

@@ -13,6 +13,7 @@
 #include <QMouseEvent>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QTableView>
 #include <QTest>
 #include <QWheelEvent>
 
@@ -27,7 +28,9 @@
 #include <string>
 #include <vector>
 
+#include "ANALYZE.hpp"
 #include "main_window.hpp"
+#include "ui_ANALYZE.h"
 #include "qt_ui.hpp"
 #include "shortcuts.hpp"
 #include "single_instance.hpp"
@@ -270,6 +273,80 @@ TEST_F(Gui, CommandsHaveTheUsualKeysAndTheQuitQuestionOurName) {
     EXPECT_FALSE(window_->close());
     ASSERT_FALSE(window_->ui().shown.empty());
     EXPECT_EQ(window_->ui().shown.back(), "Quit Vantorix Analysis: Are you sure you want to quit Vantorix Analysis?");
+}
+
+// The analysis panel gives back every setting it was filled with (a control
+// wired to the wrong field, or too few decimals, shows here), and the peak
+// table's model holds one row per found peak.
+TEST_F(Gui, PanelsGiveBackTheirSettingsAndShowEveryPeak) {
+    Settings in;
+    in.low_mass = 150.123456;
+    in.high_mass = 1800.25;
+    in.min_peak_width = 4.5;
+    in.peak_threshold = 12.5;
+    in.noise_threshold = 3.25;
+    in.abundance_scale = 2.5;
+    in.peak_sigma_factor = 7.125;
+    in.noise_window = 9.5;
+    in.noise_sigma_factor = 2.75;
+    in.percent_thresholds = 1;
+    in.global_noise = 0;
+    in.notches_on = 1;
+    in.PEAKMZ = 6;
+    in.peak_decimals_3 = 3;
+    in.PEAKABUN = 1;
+    in.peak_decimals_2 = 4;
+    in.notches = {{300.5, 301.5}, {700.0, 702.25}};
+    AnalyzePanel analyze(nullptr);
+    analyze.fill(in);
+    Settings out;
+    analyze.read(out);
+    EXPECT_EQ(out.low_mass, in.low_mass);
+    EXPECT_EQ(out.high_mass, in.high_mass);
+    EXPECT_EQ(out.min_peak_width, in.min_peak_width);
+    EXPECT_EQ(out.peak_threshold, in.peak_threshold);
+    EXPECT_EQ(out.noise_threshold, in.noise_threshold);
+    EXPECT_EQ(out.abundance_scale, in.abundance_scale);
+    EXPECT_EQ(out.peak_sigma_factor, in.peak_sigma_factor);
+    EXPECT_EQ(out.noise_window, in.noise_window);
+    EXPECT_EQ(out.noise_sigma_factor, in.noise_sigma_factor);
+    EXPECT_EQ(out.percent_thresholds, 1);
+    EXPECT_EQ(out.global_noise, 0);
+    EXPECT_EQ(out.notches_on, 1);
+    EXPECT_EQ(out.PEAKMZ, 6);
+    EXPECT_EQ(out.peak_decimals_3, 3);
+    EXPECT_EQ(out.PEAKABUN, 1);
+    EXPECT_EQ(out.peak_decimals_2, 4);
+    EXPECT_EQ(out.notches, in.notches);
+    // A notch typed into the table is read back; text that is no number counts as 0.
+    NotchTableModel& notches = analyze.notch_model();
+    EXPECT_TRUE(notches.setData(notches.index(2, 0), "850.5"));
+    EXPECT_TRUE(notches.setData(notches.index(2, 1), "abc"));
+    analyze.form().notch_count->setValue(3);
+    analyze.read(out);
+    ASSERT_EQ(out.notches.size(), 3u);
+    EXPECT_EQ(out.notches[2], std::make_pair(850.5, 0.0));
+    // The "Robust noise" box keeps its state through a fill.
+    analyze.set_robust_noise(true);
+    analyze.read(out);
+    analyze.fill(out);
+    EXPECT_TRUE(analyze.robust_noise());
+
+    GraphWindow* g = open_processed();
+    ASSERT_NE(g, nullptr);
+    window_->workspace().settings.percent_thresholds = 1;
+    window_->find_peak_options();
+    const int found = window_->find_peaks();
+    ASSERT_GT(found, 0);
+    auto* view = window_->findChild<QTableView*>("rows");
+    ASSERT_NE(view, nullptr);
+    ASSERT_NE(view->model(), nullptr);
+    EXPECT_EQ(view->model()->rowCount(), found);
+    EXPECT_EQ(view->model()->columnCount(), 7);
+    // The m/z column shows the masses of the list, ascending.
+    const auto& peaks = panel(g).spectrum.peaks;
+    for (int r = 0; r < found; r += std::max(1, found / 10))
+        EXPECT_NEAR(view->model()->index(r, 1).data().toDouble(), peaks[static_cast<std::size_t>(r)].mass, 1e-4);
 }
 
 // A second launch of the real program while this window holds the lock.
