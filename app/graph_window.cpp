@@ -306,6 +306,7 @@ void GraphWindow::draw_peaks() {
     std::vector<LabelBox> boxes;
     std::vector<QString> texts;
     std::vector<QPointF> anchors;
+    std::vector<double> masses;
     for (const Peak& k : p.spectrum.peaks) {
         const double x = point_to_x(p, k.index);
         if (!std::isfinite(x) || !xr.contains(x)) continue;
@@ -313,23 +314,26 @@ void GraphWindow::draw_peaks() {
         Set_Plot_Attributes(p, &y, 1);  // the relative scale, as the trace
         keys.push_back(x);
         values.push_back(y);
-        const QString text = QString::number(k.mass, 'f', 4);
-        const double px = plot_->xAxis->coordToPixel(x), py = plot_->yAxis->coordToPixel(y);
-        const double w = fm.horizontalAdvance(text) + 4.0, h = fm.height();
-        // The box stands above the marker, centred on the peak; relative to
-        // the axis rectangle, which is the area labels may use.
-        boxes.push_back({px - w / 2.0 - area.left(), py - 8.0 - h - area.top(), w, h, y});
-        texts.push_back(text);
-        anchors.emplace_back(px, py - 8.0);
+        masses.push_back(k.mass);
     }
     marks_->setData(keys, values, false);
     // Peaks lower than 1 % of the tallest in view keep their mark but get no
     // label: among thousands of baseline peaks the labels would only hide the
     // trace. Zoomed in on small peaks, the tallest in view sets the scale.
+    // Only the others are measured, so a list of 100,000 peaks stays quick.
     const double tallest = values.isEmpty() ? 0.0 : *std::max_element(values.begin(), values.end());
-    if (tallest > 0.0)
-        for (LabelBox& b : boxes)
-            if (b.weight < 0.01 * tallest) b.width = -1.0;  // never chosen
+    const double h = fm.height();
+    for (qsizetype i = 0; i < keys.size(); ++i) {
+        if (tallest > 0.0 && values[i] < 0.01 * tallest) continue;
+        const QString text = QString::number(masses[static_cast<std::size_t>(i)], 'f', 4);
+        const double px = plot_->xAxis->coordToPixel(keys[i]), py = plot_->yAxis->coordToPixel(values[i]);
+        const double w = fm.horizontalAdvance(text) + 4.0;
+        // The box stands above the marker, centred on the peak; relative to
+        // the axis rectangle, which is the area labels may use.
+        boxes.push_back({px - w / 2.0 - area.left(), py - 8.0 - h - area.top(), w, h, values[i]});
+        texts.push_back(text);
+        anchors.emplace_back(px, py - 8.0);
+    }
     const auto chosen = choose_peak_labels(boxes, area.width(), area.height(), 40);
     for (std::size_t i : chosen) {
         auto* t = new QCPItemText(plot_);
