@@ -283,8 +283,10 @@ int MainWindow::process_active() {
     if (rc < 0 || !result.processed || slot < 0) return rc;
     // A new spectrum: the full view of the new points, then its axis.
     auto finish = [&](int s) {
+        // The command has shown the full view of the new points and made the
+        // first jump to m/z (which cuts above HIGHMASS): no "Reset" here, it
+        // would undo that cut.
         AnalysisPanel& p = ws_->panels[static_cast<std::size_t>(s)];
-        PlotMenuCommand(p, PLOT_RESET, 0, 0, ws_->settings, *ui_);
         if (ws_->settings.transform == TRANSFORM_FFT_MAGNITUDE)
             PlotMenuCommand(p, p.spectrum.filetype == FILETYPE_BRUKER ? PLOT_FREQUENCY : PLOT_MZ, 0, 0,
                             ws_->settings, *ui_);

@@ -144,6 +144,18 @@ TEST_F(Gui, FirstMassViewSpansTheSignalAndReadoutsAreLabelled) {
     EXPECT_GT(g->plot()->xAxis->range().size(), r.size());
 }
 
+TEST_F(Gui, HighestMassOfTheSettingsStillCutsTheFirstView) {
+    window_->workspace().settings.mass_zoom_limit = 1000.0;
+    GraphWindow* g = open_processed();
+    ASSERT_NE(g, nullptr);
+    const QCPRange r = g->plot()->xAxis->range();
+    EXPECT_LT(r.upper, 1001.0);
+    EXPECT_LT(r.lower, 195.0);
+    // And the full view ends there too.
+    g->plot_command(PLOT_ZOOM_FULL);
+    EXPECT_LT(g->plot()->xAxis->range().upper, 1001.0);
+}
+
 TEST_F(Gui, LiveReadoutFollowsTheMouse) {
     GraphWindow* g = open_processed();
     ASSERT_NE(g, nullptr);
