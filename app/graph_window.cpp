@@ -280,6 +280,7 @@ void GraphWindow::redraw() {
     // The axis rectangle takes its final size in the replot; the labels are
     // placed in pixels, so they follow it.
     if (marking || !labels_.empty() || marks_->dataCount() > 0) {
+        marks_->data()->clear();  // the layout pass need not draw the old marks
         plot_->replot();
         draw_peaks();
     }
@@ -307,20 +308,37 @@ void GraphWindow::draw_peaks() {
     std::vector<QString> texts;
     std::vector<QPointF> anchors;
     std::vector<double> masses;
-    for (const Peak& k : p.spectrum.peaks) {
+    // One mark per two pixel columns, the tallest peak there: marks closer
+    // than that cover each other anyway, and a list of 100,000 peaks then
+    // costs no more to draw than the trace.
+    const int columns = std::max(1, area.width() / 2 + 1);
+    std::vector<int> best(static_cast<std::size_t>(columns), -1);
+    std::vector<double> best_y(static_cast<std::size_t>(columns), 0.0), best_x(static_cast<std::size_t>(columns), 0.0);
+    const auto& peaks = p.spectrum.peaks;
+    for (std::size_t i = 0; i < peaks.size(); ++i) {
+        const Peak& k = peaks[i];
         const double x = point_to_x(p, k.index);
         if (!std::isfinite(x) || !xr.contains(x)) continue;
         float y = static_cast<float>(k.abundance);
         Set_Plot_Attributes(p, &y, 1);  // the relative scale, as the trace
-        keys.push_back(x);
-        values.push_back(y);
-        masses.push_back(k.mass);
+        const int c = std::clamp(static_cast<int>((plot_->xAxis->coordToPixel(x) - area.left()) / 2.0), 0, columns - 1);
+        const std::size_t cu = static_cast<std::size_t>(c);
+        if (best[cu] < 0 || y > best_y[cu]) {
+            best[cu] = static_cast<int>(i);
+            best_y[cu] = y;
+            best_x[cu] = x;
+        }
     }
-    marks_->setData(keys, values, false);
+    for (std::size_t c = 0; c < best.size(); ++c) {
+        if (best[c] < 0) continue;
+        keys.push_back(best_x[c]);
+        values.push_back(best_y[c]);
+        masses.push_back(peaks[static_cast<std::size_t>(best[c])].mass);
+    }
+    marks_->setData(keys, values, true);
     // Peaks lower than 1 % of the tallest in view keep their mark but get no
     // label: among thousands of baseline peaks the labels would only hide the
     // trace. Zoomed in on small peaks, the tallest in view sets the scale.
-    // Only the others are measured, so a list of 100,000 peaks stays quick.
     const double tallest = values.isEmpty() ? 0.0 : *std::max_element(values.begin(), values.end());
     const double h = fm.height();
     for (qsizetype i = 0; i < keys.size(); ++i) {

@@ -68,6 +68,7 @@ public:
         QRectF box;
     };
     std::vector<DrawnLabel> drawn_labels() const;
+    // Marks drawn now: one per two pixel columns, the tallest peak there.
     int marked_peaks() const;
     // The rubber band of a right-button drag, when one is being drawn.
     bool rubber_band_visible() const;
