@@ -32,6 +32,29 @@ QString instance_dir() {
 QString instance_lock_path() { return instance_dir() + "/vantorix-analysis.lock"; }
 QString instance_socket_name() { return instance_dir() + "/vantorix-analysis.socket"; }
 
+bool parse_hand_over(const QByteArray& request, QStringList& files) {
+    files.clear();
+    if (request.size() > request_limit || !request.endsWith("\nEND\n")) return false;
+    const QList<QByteArray> lines = request.split('\n');
+    // The split leaves an empty last piece after the final newline.
+    if (lines.size() < 3 || lines.front() != greeting || lines[lines.size() - 2] != "END") return false;
+    QStringList paths;
+    for (qsizetype i = 1; i + 2 < lines.size(); ++i) {
+        if (lines[i].isEmpty() || lines[i] == "END") return false;
+        const QString path = QUrl::fromPercentEncoding(lines[i]);
+        if (!path.startsWith('/')) return false;  // the sender makes every path absolute
+        paths << path;
+    }
+    files = paths;
+    return true;
+}
+
+QByteArray hand_over_request(const QStringList& files) {
+    QByteArray request = QByteArray(greeting) + '\n';
+    for (const QString& f : files) request += QUrl::toPercentEncoding(QFileInfo(f).absoluteFilePath(), "/") + '\n';
+    return request + "END\n";
+}
+
 InstanceServer::InstanceServer(QObject* parent) : QObject(parent), server_(new QLocalServer(this)) {
     server_->setSocketOptions(QLocalServer::UserAccessOption);
     connect(server_, &QLocalServer::newConnection, this, [this] {
@@ -45,16 +68,12 @@ InstanceServer::InstanceServer(QObject* parent) : QObject(parent), server_(new Q
                     return;
                 }
                 if (!buffer->endsWith("END\n")) return;
-                QList<QByteArray> lines = buffer->split('\n');
+                QStringList files;
+                const bool ok = parse_hand_over(*buffer, files);
                 buffer->clear();
-                if (lines.isEmpty() || lines.front() != greeting) {
+                if (!ok) {
                     socket->abort();
                     return;
-                }
-                QStringList files;
-                for (qsizetype i = 1; i < lines.size(); ++i) {
-                    if (lines[i] == "END") break;
-                    if (!lines[i].isEmpty()) files << QUrl::fromPercentEncoding(lines[i]);
                 }
                 socket->write("OK\n");
                 socket->flush();
@@ -86,10 +105,7 @@ bool hand_over(const QString& name, const QStringList& files, int timeout_ms, QS
         if (why) *why = "it does not listen for files (" + socket.errorString() + ")";
         return false;
     }
-    QByteArray request = QByteArray(greeting) + '\n';
-    for (const QString& f : files) request += QUrl::toPercentEncoding(QFileInfo(f).absoluteFilePath(), "/") + '\n';
-    request += "END\n";
-    socket.write(request);
+    socket.write(hand_over_request(files));
     if (!socket.waitForBytesWritten(timeout_ms)) {
         if (why) *why = "it did not take the request (" + socket.errorString() + ")";
         return false;

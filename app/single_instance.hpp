@@ -43,6 +43,12 @@ private:
     QLocalServer* server_;
 };
 
+// The request of a second launch: a greeting line, one percent-encoded path
+// per line, and "END". Returns the paths of a whole, well-formed request; false
+// for anything else (a request still arriving is not yet whole).
+bool parse_hand_over(const QByteArray& request, QStringList& files);
+QByteArray hand_over_request(const QStringList& files);
+
 // Sends files to the instance listening on name and waits for its answer.
 // Returns true when it took them; otherwise false with the reason in why.
 bool hand_over(const QString& name, const QStringList& files, int timeout_ms, QString* why);

@@ -361,6 +361,29 @@ TEST_F(Gui, PanelsGiveBackTheirSettingsAndShowEveryPeak) {
         EXPECT_NEAR(view->model()->index(r, 1).data().toDouble(), peaks[static_cast<std::size_t>(r)].mass, 1e-4);
 }
 
+TEST(HandOver, RequestsRoundTripAndMalformedOnesAreRefused) {
+    const QStringList files = {"/data/a b.dat", "/data/new\nline.pks", "/data/100%.dat", "/data/été.dat"};
+    QStringList got;
+    ASSERT_TRUE(parse_hand_over(hand_over_request(files), got));
+    EXPECT_EQ(got, files);
+    ASSERT_TRUE(parse_hand_over(hand_over_request({}), got));
+    EXPECT_TRUE(got.isEmpty());
+    const QByteArray bad[] = {
+        "",
+        "END\n",
+        "VANTORIX-OPEN 1\n/a.dat\n",          // not whole yet
+        "VANTORIX-OPEN 2\n/a.dat\nEND\n",    // another protocol
+        "VANTORIX-OPEN 1\nrelative.dat\nEND\n",
+        "VANTORIX-OPEN 1\n\nEND\n",
+        "VANTORIX-OPEN 1\n/a\nEND\n/b\nEND\n",
+        "VANTORIX-OPEN 1\n" + QByteArray(5 * 1024 * 1024, '/') + "\nEND\n",
+    };
+    for (const QByteArray& b : bad) {
+        EXPECT_FALSE(parse_hand_over(b, got)) << b.left(60).toStdString();
+        EXPECT_TRUE(got.isEmpty());
+    }
+}
+
 // A second launch of the real program while this window holds the lock.
 TEST_F(Gui, SecondLaunchHandsItsFileToTheRunningWindow) {
     const test::TempDir runtime;
