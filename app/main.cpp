@@ -1,7 +1,8 @@
 // vantorix-analysis: the desktop program.
 //
 //   vantorix-analysis [files...]
-//   vantorix-analysis --screenshot out.png [--process] [--mz] [--zoom LOW HIGH] files...
+//   vantorix-analysis --screenshot out.png [--process] [--mz] [--find-peaks] [--zoom LOW,HIGH]
+//                     [--cursors A,B] files...
 //
 // The screenshot form runs without questions: it opens the files, processes
 // and switches to m/z when asked, zooms the active window, saves the main
@@ -9,15 +10,17 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDir>
-#include <QLockFile>
-#include <QStandardPaths>
+#include <QMessageBox>
 #include <QTimer>
 
 #include <cstdio>
 #include <memory>
 
+#include <qcustomplot.h>
+
 #include "main_window.hpp"
 #include "qt_ui.hpp"
+#include "single_instance.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/settings.hpp"
 
@@ -32,19 +35,29 @@ int main(int argc, char** argv) {
     QCommandLineOption process("process", "Process the opened transients (with --screenshot).");
     QCommandLineOption mz("mz", "Show the active spectrum in m/z (with --screenshot).");
     QCommandLineOption zoom("zoom", "Zoom the active window to LOW,HIGH in the units of its axis.", "LOW,HIGH");
-    parser.addOptions({shot, process, mz, zoom});
+    QCommandLineOption find("find-peaks", "Find peaks in the active spectrum as after \"Find Peak Options...\" (with --screenshot).");
+    QCommandLineOption cursors("cursors", "Put graph cursors 1 and 2 at A,B in the units of the axis; the mouse stands at A (with --screenshot).", "A,B");
+    parser.addOptions({shot, process, mz, zoom, find, cursors});
     parser.addPositionalArgument("files", "Data files to open.");
     parser.process(app);
     const bool screenshot = parser.isSet(shot);
 
-    // One instance per user; a second one leaves at once, silently. The
-    // unattended screenshot runs do not count.
-    std::unique_ptr<QLockFile> lock;
+    // One instance per user: a later launch hands its files to the running
+    // window, or says why it cannot. The unattended screenshot runs do not count.
+    vx::InstanceGuard instance;
     if (!screenshot) {
-        QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-        if (dir.isEmpty()) dir = QDir::tempPath();
-        lock = std::make_unique<QLockFile>(dir + "/vantorix-analysis.lock");
-        if (!lock->tryLock(0)) return 0;
+        QString why;
+        switch (vx::claim_instance(instance, parser.positionalArguments(), &why)) {
+            case vx::InstanceStart::First:
+                break;
+            case vx::InstanceStart::HandedOver:
+                return 0;
+            case vx::InstanceStart::Failed:
+                std::fprintf(stderr, "vantorix-analysis: %s\n", qPrintable(why));
+                if (QGuiApplication::platformName() != "offscreen")
+                    QMessageBox::warning(nullptr, "Vantorix Analysis", why);
+                return 1;
+        }
     }
 
     vx::MainWindow window(screenshot);
@@ -58,10 +71,14 @@ int main(int argc, char** argv) {
     if (!screenshot) {
         window.show_title_panel(1000);
         QTimer::singleShot(1000, &window, [&window] { window.show(); });
-        for (const QString& f : parser.positionalArguments()) {
-            if (f.endsWith(".pks", Qt::CaseInsensitive)) window.open_peak_list(f.toStdString());
-            else window.open_file(f.toStdString());
-        }
+        vx::open_paths(window, parser.positionalArguments());
+        if (instance.server)
+            instance.server->on_files = [&window](const QStringList& files) {
+                vx::open_paths(window, files);
+                window.showNormal();
+                window.raise();
+                window.activateWindow();
+            };
         return app.exec();
     }
 
@@ -73,13 +90,24 @@ int main(int argc, char** argv) {
         if (slot < 0) status = 1;
     }
     if (parser.isSet(process) && window.process_active() < 0) status = 1;
+    // "A,B" of --zoom and --cursors.
+    auto pair_of = [&parser](const QCommandLineOption& o, double& a, double& b) {
+        const QStringList parts = parser.value(o).split(',');
+        bool ok1 = false, ok2 = false;
+        a = parts.value(0).toDouble(&ok1);
+        b = parts.value(1).toDouble(&ok2);
+        return parts.size() == 2 && ok1 && ok2;
+    };
     if (vx::GraphWindow* g = window.active_graph()) {
         if (parser.isSet(mz)) g->plot_command(vx::PLOT_MZ);
+        if (parser.isSet(find)) {
+            // The user's path: the options panel prefilled once, then "Find Peaks".
+            window.find_peak_options();
+            if (window.find_peaks() <= 0) status = 1;
+        }
         if (parser.isSet(zoom)) {
-            const QStringList parts = parser.value(zoom).split(',');
-            bool ok1 = false, ok2 = false;
-            const double lo = parts.value(0).toDouble(&ok1), hi = parts.value(1).toDouble(&ok2);
-            if (ok1 && ok2) g->zoom_exact(lo, hi, false);
+            double lo = 0.0, hi = 0.0;
+            if (pair_of(zoom, lo, hi)) g->zoom_exact(lo, hi, false);
             else status = 1;
         }
         // Maximised, so that the picture shows the graph at the window's size.
@@ -89,7 +117,19 @@ int main(int argc, char** argv) {
         status = 1;
     }
     QApplication::processEvents();
-    if (vx::GraphWindow* g = window.active_graph()) g->redraw();
+    if (vx::GraphWindow* g = window.active_graph()) {
+        g->redraw();
+        if (parser.isSet(cursors)) {
+            double a = 0.0, b = 0.0;
+            if (pair_of(cursors, a, b)) {
+                g->set_cursor(1, a, 0.0);
+                g->set_cursor(2, b, 0.0);
+                g->track_mouse(g->plot()->xAxis->coordToPixel(a));
+            } else {
+                status = 1;
+            }
+        }
+    }
     QApplication::processEvents();
     const QString out = parser.value(shot);
     if (!window.grab().save(out)) {

@@ -1,6 +1,7 @@
-// The desktop program: the main window with its menu bar and MDI area, and one
-// graph window per occupied slot. The windows gather parameters, call the
-// working functions of the core and redraw; no logic of their own lives here.
+// The desktop program's main window: the menu bar, the MDI area holding one
+// graph window per occupied slot (graph_window.hpp), and the commands of the
+// menus, which gather parameters, call the core and redraw. Each dialogue panel
+// is its own file pair in panels/.
 #pragma once
 
 #include <QMainWindow>
@@ -9,83 +10,23 @@
 #include <memory>
 #include <string>
 
+#include "graph_window.hpp"
 #include "workspace/display.hpp"
 #include "workspace/workspace.hpp"
 
-class QCustomPlot;
-class QCPGraph;
-class QCPCurve;
-class QCPItemStraightLine;
-class QLabel;
 class QMdiArea;
 class QMdiSubWindow;
 class QMenu;
-class QActionGroup;
 class QPlainTextEdit;
 class QDockWidget;
-class QMouseEvent;
-class QDialog;
-class Ui_ANALYZE;
-class Ui_PEAKLIST2;
 
 namespace vx {
 
 struct PeakTable;
 
 class QtUi;
-class MainWindow;
-
-class GraphWindow : public QWidget {
-    Q_OBJECT
-public:
-    GraphWindow(MainWindow* main, int slot);
-
-    int slot() const { return slot_; }
-    QCustomPlot* plot() const { return plot_; }
-    // Update_Display of the slot into the plot.
-    void redraw();
-    // One item of the plot menu (numbers of the window's menu).
-    void plot_command(int item);
-    // Pans: button 3 left, 2 right.
-    void move_graph(int button);
-    // The numeric zoom; low, high in the units of the x axis.
-    void zoom_exact(double low, double high, bool from_full);
-    // Graph cursors 1..3: x in the units of the present mode.
-    double cursor_x(int cursor) const { return cursor_x_[cursor - 1]; }
-    void set_cursor(int cursor, double x, double y);
-
-protected:
-    void closeEvent(QCloseEvent* event) override;
-
-private:
-    AnalysisPanel& panel();
-    void build_menus();
-    void update_checks();
-    void update_readouts();
-    void show_popup(const QPoint& global);
-    void open_zoom_exact();
-    void on_press(QMouseEvent* e);
-    void on_move(QMouseEvent* e);
-    void on_release(QMouseEvent* e);
-
-    MainWindow* main_;
-    int slot_;
-    QCustomPlot* plot_;
-    QCPGraph* trace_ = nullptr;
-    QCPGraph* trace2_ = nullptr;
-    QCPCurve* curve_ = nullptr;  // the trace in array order, for x that is not ascending
-    QCPItemStraightLine* cursors_[3] = {};
-    double cursor_x_[3] = {0, 0, 0};
-    double cursor_y_[3] = {0.1, 0.1, 0};
-    QLabel *points_, *parent_, *slotno_, *range_, *width_, *resolution_, *cursor3_;
-    QMenu* menu_[3] = {};  // Zoom, X axis, Y axis
-    QActionGroup *xgroup_, *ygroup_, *sgroup_;
-    PlotArrays arrays_;
-    int dragging_ = 0;         // cursor being dragged with the left button
-    bool right_drag_ = false;  // quick-zoom drag
-    QPoint right_start_;
-    double right_start_x_ = 0;
-};
+class AnalyzePanel;
+class PeakListPanel;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
@@ -141,8 +82,6 @@ private:
     void open_dialog();
     int open_with(const std::string& path, int filetype, const PanelReader& reader);
     void build_analyze_panel();
-    void fill_analyze_panel();
-    void read_analyze_panel();
     void show_peak_table();
 
     std::unique_ptr<Workspace> ws_;
@@ -155,10 +94,8 @@ private:
     QPlainTextEdit* console_;
     GraphWindow* graphs_[MAX_PANELS] = {};
     QMdiSubWindow* subs_[MAX_PANELS] = {};
-    QDialog* analyze_ = nullptr;
-    std::unique_ptr<Ui_ANALYZE> analyze_form_;
-    QDialog* peaklist_ = nullptr;
-    std::unique_ptr<Ui_PEAKLIST2> peaklist_form_;
+    AnalyzePanel* analyze_ = nullptr;
+    PeakListPanel* peaklist_ = nullptr;
     std::unique_ptr<PeakTable> peak_table_;
 };
 

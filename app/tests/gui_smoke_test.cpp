@@ -243,7 +243,7 @@ int main(int argc, char** argv) {
         }
     CHECK(red > image.width() / 2);
     // A spectrum of 33,554,432 points redraws interactively in m/z and by data point.
-    double ms_mz = 0, ms_point = 0;
+    double ms_mz = 0, ms_point = 0, ms_peaks = 0;
     {
         const int big = 33554432;
         vx::AnalysisPanel& q = ws.panels[1];
@@ -269,6 +269,18 @@ int main(int argc, char** argv) {
             bg->plot_command(vx::PLOT_DATA_POINT);
             ms_point = time_redraws();
             CHECK(ms_mz < 300.0 && ms_point < 300.0);
+            // The same with 100,000 found peaks marked and the taller labelled.
+            for (int k = 0; k < 100000; ++k) {
+                vx::Peak pk;
+                pk.index = 100.0 + 335.0 * k;
+                pk.abundance = 1.0 + (k * 7919 % 1000);
+                pk.mass = vx::SPt_tomass(q.spectrum, pk.index);
+                q.spectrum.peaks.push_back(pk);
+            }
+            bg->plot_command(vx::PLOT_MZ);
+            ms_peaks = time_redraws();
+            CHECK(bg->marked_peaks() > 0 && !bg->drawn_labels().empty());
+            CHECK(ms_peaks < 500.0);
             CHECK(q.ymax == 500.0f);
         }
         window.close_slot(1);
@@ -289,7 +301,8 @@ int main(int argc, char** argv) {
         window.close_slot(m);
     }
 
-    std::printf("gui_smoke: 33554432-point redraw %.1f ms in m/z, %.1f ms by data point\n", ms_mz, ms_point);
+    std::printf("gui_smoke: 33554432-point redraw %.1f ms in m/z, %.1f ms by data point, %.1f ms in m/z with 100000 peaks marked\n",
+                ms_mz, ms_point, ms_peaks);
 
     std::printf("gui_smoke: screenshot %s (%dx%d, %d columns with trace), %d failure(s)\n", png.c_str(), image.width(),
                 image.height(), red, failures);

@@ -27,6 +27,15 @@ sed -i 's/^HIGHMASS=.*/HIGHMASS=1500/' "$VANTORIX_HOME/ftmsdata.ini"
 run --screenshot "$OUT/gui-mz.png" --process --mz "$input"
 # Zoom Exact onto the pair at m/z 524 and 525 of the sample (524.26 of the stand-in).
 run --screenshot "$OUT/gui-zoom.png" --process --mz --zoom 521,528 "$input"
+# Find Peaks after the options panel: the found peaks marked and labelled with
+# their m/z; labels never overlap and thin out in the full view. No HIGHMASS
+# cut: the first m/z view spans the excited range and the ions beyond it.
+sed -i 's/^HIGHMASS=.*/HIGHMASS=0/' "$VANTORIX_HOME/ftmsdata.ini"
+run --screenshot "$OUT/gui-peaks.png" --process --mz --find-peaks "$input"
+# Zoomed onto the 524/525 pair with cursors 1 and 2 across the taller peak:
+# the labelled read-outs give its width and resolution, the live read-out the
+# m/z, frequency and intensity under the mouse.
+run --screenshot "$OUT/gui-peaks-zoom.png" --process --mz --find-peaks --zoom 521,528 --cursors 524.2,524.33 "$input"
 # The peak list of the peaks step, opened as a stick spectrum.
 if [ -f "$OUT/sample.pks" ]; then
   run --screenshot "$OUT/gui-peaklist.png" "$OUT/sample.pks"

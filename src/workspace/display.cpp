@@ -598,7 +598,9 @@ CursorReadouts cursor_readouts(double a, double b) {
     CursorReadouts r;
     r.range = fmt::format("{:f} - {:f}", a, b);
     r.width = fmt::format("{:f}", b - a);
-    r.resolution = fmt::format("{:.0f}", (a + b) / 2.0 / (b - a));
+    const double resolution = (a + b) / 2.0 / (b - a);
+    // Both cursors in one place (as after every open) have no resolution.
+    r.resolution = std::isfinite(resolution) ? fmt::format("{:.0f}", resolution) : "-";
     return r;
 }
 
@@ -667,6 +669,200 @@ int Calculate_TIC(AnalysisPanel& p, Ui& ui) { return chromatogram(p, false, 0.0,
 int Calculate_SIC(AnalysisPanel& p, double low, double high, Ui& ui) {
     if (low > high) std::swap(low, high);
     return chromatogram(p, true, low, high, ui);
+}
+
+// ---------------------------------------------------------------------------
+// Viewing habits
+
+namespace {
+
+// The points lo..hi (any order) as a view: widened by 5 % of its width in m/z
+// on each side (in points the same margin would be far wider at the
+// low-frequency end) and clamped into the full range; false when less than 3
+// points remain.
+bool padded_into_full(const AnalysisPanel& p, double a, double b, double& lo, double& hi) {
+    if (!std::isfinite(a) || !std::isfinite(b)) return false;
+    if (a > b) std::swap(a, b);
+    const Spectrum& s = p.spectrum;
+    double m1 = SPt_tomass(s, a), m2 = SPt_tomass(s, b);
+    if (m1 > m2) std::swap(m1, m2);
+    if (std::isfinite(m1) && std::isfinite(m2) && m1 > 0.0 && m2 > m1) {
+        const double margin = 0.05 * (m2 - m1);
+        double pa = SMass_toPt(s, std::max(m1 - margin, 0.5 * m1)), pb = SMass_toPt(s, m2 + margin);
+        if (pa > pb) std::swap(pa, pb);
+        if (std::isfinite(pa) && std::isfinite(pb) && pa <= a && pb >= b) {
+            a = pa;
+            b = pb;
+        }
+    }
+    const double full_lo = std::min(p.fullmin, p.fullmax), full_hi = std::max(p.fullmin, p.fullmax);
+    const double l = std::clamp(a, full_lo, full_hi), h = std::clamp(b, full_lo, full_hi);
+    if (h - l < 2.0) return false;
+    lo = l;
+    hi = h;
+    return true;
+}
+
+// First and last point of the full range whose sample stands above the noise
+// floor by `fraction` of the distance from the floor to the largest sample.
+// The floor is the median of an even subsample (at most 65,536 values), so
+// this stays cheap on 32 million points; the largest sample is exact.
+bool signal_span(const AnalysisPanel& p, double fraction, long& a, long& b) {
+    const Spectrum& s = p.spectrum;
+    const long n = static_cast<long>(s.data.size());
+    const long first = std::clamp(static_cast<long>(std::min(p.fullmin, p.fullmax)), 0L, n - 1);
+    const long last = std::clamp(static_cast<long>(std::max(p.fullmin, p.fullmax)), first, n - 1);
+    const long count = last - first + 1;
+    if (count < 3) return false;
+    const MinMax mm = minmax_kernel(s.data.data() + first, static_cast<std::size_t>(count));
+    const long step = std::max(1L, count / 65536);
+    std::vector<float> sub;
+    sub.reserve(static_cast<std::size_t>(count / step + 1));
+    for (long i = first; i <= last; i += step)
+        if (!std::isnan(s.data[static_cast<std::size_t>(i)])) sub.push_back(s.data[static_cast<std::size_t>(i)]);
+    if (sub.empty()) return false;
+    const auto mid = sub.begin() + static_cast<long>(sub.size() / 2);
+    std::nth_element(sub.begin(), mid, sub.end());
+    const double floor = *mid;
+    if (!(mm.max > floor)) return false;
+    const double level = floor + fraction * (static_cast<double>(mm.max) - floor);
+    a = b = -1;
+    for (long i = first; i <= last && a < 0; ++i)
+        if (s.data[static_cast<std::size_t>(i)] > level) a = i;
+    for (long i = last; i >= first && b < 0; --i)
+        if (s.data[static_cast<std::size_t>(i)] > level) b = i;
+    return a >= 0 && b > a;
+}
+
+}  // namespace
+
+bool signal_view_points(const AnalysisPanel& p, double& lo, double& hi) {
+    const Spectrum& s = p.spectrum;
+    const long n = static_cast<long>(s.data.size());
+    if (n < 3 || s.datacount < 3) return false;
+    // The excited range: what the experiment put ions into.
+    bool excited = false;
+    double a = 0.0, b = 0.0;
+    if (s.origlowfreq > 0.0 && s.orighighfreq > 0.0 && s.hzppt > 0.0) {
+        const double f[2] = {s.origlowfreq, s.orighighfreq};
+        double pt[2] = {0.0, 0.0};
+        Freq_topt(s, f, pt);
+        a = std::max(std::min(pt[0], pt[1]), 0.0);
+        b = std::min(std::max(pt[0], pt[1]), static_cast<double>(n - 1));
+        // Only when it overlaps the data; a range wholly outside says nothing.
+        excited = std::isfinite(a) && std::isfinite(b) && b - a >= 2.0;
+    }
+    long sa = -1, sb = -1;
+    if (excited) {
+        // Strong peaks outside it are still shown: ions can lie beyond the
+        // sweep (harmonics, a second population, a header that is wrong).
+        if (signal_span(p, 0.05, sa, sb)) {
+            a = std::min(a, static_cast<double>(sa));
+            b = std::max(b, static_cast<double>(sb));
+        }
+        if (padded_into_full(p, a, b, lo, hi)) return true;
+    }
+    // Else the samples that stand clearly above the noise floor.
+    if (!signal_span(p, 0.02, sa, sb)) return false;
+    return padded_into_full(p, static_cast<double>(sa), static_cast<double>(sb), lo, hi);
+}
+
+bool first_signal_view(AnalysisPanel& p) {
+    double lo = 0.0, hi = 0.0;
+    if (!signal_view_points(p, lo, hi)) return false;
+    if (lo == p.xmin && hi == p.xmax) return false;
+    p.prevmin = p.xmin;
+    p.prevmax = p.xmax;
+    p.xmin = lo;
+    p.xmax = hi;
+    p.moveoffset = 0.0;
+    Set_Local_MinMax(p);
+    return true;
+}
+
+bool wheel_zoom_points(const AnalysisPanel& p, double axis_lo, double axis_hi, double at, double factor,
+                       double& xmin, double& xmax) {
+    if (!(factor > 0.0) || !std::isfinite(factor) || !std::isfinite(at) || !(axis_hi > axis_lo)) return false;
+    at = std::clamp(at, axis_lo, axis_hi);
+    const double lo = at - (at - axis_lo) * factor, hi = at + (axis_hi - at) * factor;
+    double a = x_to_point(p, lo), b = x_to_point(p, hi);
+    if (!std::isfinite(a) || !std::isfinite(b)) return false;
+    if (a > b) std::swap(a, b);
+    const double full_lo = std::min(p.fullmin, p.fullmax), full_hi = std::max(p.fullmin, p.fullmax);
+    a = std::clamp(a, full_lo, full_hi);
+    b = std::clamp(b, full_lo, full_hi);
+    if (b - a < 2.0) {
+        // Deep in: keep 2 points around the one under the mouse.
+        const double c = std::clamp(x_to_point(p, at), full_lo, full_hi);
+        a = std::max(full_lo, c - 1.0);
+        b = std::min(full_hi, a + 2.0);
+        a = std::max(full_lo, b - 2.0);
+    }
+    const double now_lo = std::min(p.xmin, p.xmax), now_hi = std::max(p.xmin, p.xmax);
+    if (std::fabs(a - now_lo) < 0.5 && std::fabs(b - now_hi) < 0.5) return false;
+    xmin = a;
+    xmax = b;
+    return true;
+}
+
+void ZoomHistory::record(double xmin, double xmax) {
+    const Range r{xmin, xmax};
+    if (!ranges_.empty() && ranges_[at_] == r) return;
+    if (!ranges_.empty()) ranges_.resize(at_ + 1);
+    ranges_.push_back(r);
+    if (ranges_.size() > limit_) ranges_.erase(ranges_.begin(), ranges_.begin() + static_cast<long>(ranges_.size() - limit_));
+    at_ = ranges_.size() - 1;
+}
+
+bool ZoomHistory::back(Range& out) {
+    if (!can_back()) return false;
+    out = ranges_[--at_];
+    return true;
+}
+
+bool ZoomHistory::forward(Range& out) {
+    if (!can_forward()) return false;
+    out = ranges_[++at_];
+    return true;
+}
+
+void ZoomHistory::clear() {
+    ranges_.clear();
+    at_ = 0;
+}
+
+std::vector<std::size_t> choose_peak_labels(const std::vector<LabelBox>& boxes, double area_w, double area_h,
+                                            std::size_t limit, double gap) {
+    std::vector<std::size_t> order;
+    order.reserve(boxes.size());
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        const LabelBox& b = boxes[i];
+        if (!(b.width >= 0.0 && b.height >= 0.0) || !std::isfinite(b.left) || !std::isfinite(b.top)) continue;
+        if (b.left < 0.0 || b.top < 0.0 || b.left + b.width > area_w || b.top + b.height > area_h) continue;
+        order.push_back(i);
+    }
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        // A NaN weight would break the ordering: it counts as the lowest.
+        auto weight = [&](std::size_t i) {
+            return std::isnan(boxes[i].weight) ? -std::numeric_limits<double>::infinity() : boxes[i].weight;
+        };
+        const double wa = weight(a), wb = weight(b);
+        if (wa != wb) return wa > wb;
+        return boxes[a].left < boxes[b].left;
+    });
+    std::vector<std::size_t> taken;
+    for (std::size_t i : order) {
+        if (taken.size() >= limit) break;
+        const LabelBox& b = boxes[i];
+        const bool clear = std::none_of(taken.begin(), taken.end(), [&](std::size_t j) {
+            const LabelBox& o = boxes[j];
+            return b.left < o.left + o.width + gap && o.left < b.left + b.width + gap &&
+                   b.top < o.top + o.height + gap && o.top < b.top + b.height + gap;
+        });
+        if (clear) taken.push_back(i);
+    }
+    std::sort(taken.begin(), taken.end());
+    return taken;
 }
 
 }  // namespace vx

@@ -126,6 +126,7 @@ int ManualZoomRange(AnalysisPanel& p, double low, double high, double axis_lo, d
 
 // Read-outs of the graph window for cursors 1 and 2 at a and b: range
 // "%f - %f" (lower first), width "%f", resolution (a + b) / 2 / (b - a) "%.0f".
+// Cursors in one place have no resolution: the text is "-" rather than "nan".
 struct CursorReadouts {
     std::string range, width, resolution;
 };
@@ -137,5 +138,74 @@ CursorReadouts cursor_readouts(double a, double b);
 // when the slot holds no chromatogram.
 int Calculate_TIC(AnalysisPanel& p, Ui& ui);
 int Calculate_SIC(AnalysisPanel& p, double low, double high, Ui& ui);
+
+// ---------------------------------------------------------------------------
+// Viewing habits on top of the plot menu: a first m/z view on the signal,
+// wheel zoom, a zoom history, and the choice of peak labels. The plot menu's
+// ranges (prevmin, prevmax, "Zoom Last") keep working as before beside them.
+
+// The points a first m/z view spans: the excited range of the record
+// (origlowfreq..orighighfreq) when it is set and lies inside the data; else
+// the span of the samples that stand clearly above the noise floor (above the
+// median by 2 % of the distance from the median to the largest sample). A
+// margin of 5 % of the width is added on each side and the result is clamped
+// to fullmin..fullmax, lower point first. Returns false (lo, hi untouched)
+// when neither gives a range of at least 3 points.
+bool signal_view_points(const AnalysisPanel& p, double& lo, double& hi);
+
+// Moves the visible range to signal_view_points (the range it leaves becomes
+// prevmin, prevmax, as any zoom does). The full range stays, so "Zoom Full"
+// still shows everything. Returns true when the range moved.
+bool first_signal_view(AnalysisPanel& p);
+
+// Wheel zoom about the axis position `at` (in the units of the present mode)
+// of the visible axis range axis_lo..axis_hi: both sides scale by factor
+// (below 1 zooms in, above 1 out), so that `at` stays where it is on the axis.
+// The result, in points, is sorted, held inside fullmin..fullmax and at least
+// 2 points wide. Returns false when it would not change the visible range.
+bool wheel_zoom_points(const AnalysisPanel& p, double axis_lo, double axis_hi, double at, double factor,
+                       double& xmin, double& xmax);
+
+// The ranges a view has shown, in data points, to step back and forward
+// through. Recording a range other than the present one drops whatever lay
+// forward of it; the oldest entries go beyond `limit`.
+class ZoomHistory {
+public:
+    struct Range {
+        double xmin = 0.0, xmax = 0.0;
+        bool operator==(const Range&) const = default;
+    };
+    explicit ZoomHistory(std::size_t limit = 100) : limit_(limit < 2 ? 2 : limit) {}
+
+    void record(double xmin, double xmax);
+    bool can_back() const { return at_ > 0; }
+    bool can_forward() const { return at_ + 1 < ranges_.size(); }
+    // Steps back (forward) and returns the range stepped to; false at the end.
+    bool back(Range& out);
+    bool forward(Range& out);
+    void clear();
+    std::size_t size() const { return ranges_.size(); }
+
+private:
+    std::vector<Range> ranges_;
+    std::size_t at_ = 0;
+    std::size_t limit_;
+};
+
+// A peak label's box on the plot, in pixels (y down), and its weight (the
+// peak's height): taller peaks are labelled first.
+struct LabelBox {
+    double left = 0.0, top = 0.0, width = 0.0, height = 0.0;
+    double weight = 0.0;
+};
+
+// The labels to draw: boxes taken by falling weight (ties by position), each
+// only when it lies inside 0..area_w x 0..area_h and keeps `gap` pixels from
+// every box already taken; at most `limit`. So a zoomed-out view, where the
+// peaks crowd together, shows fewer labels, and labels never overlap.
+// A box of negative size marks a peak that is not to be labelled.
+// Returns the indices of the chosen boxes, ascending.
+std::vector<std::size_t> choose_peak_labels(const std::vector<LabelBox>& boxes, double area_w, double area_h,
+                                            std::size_t limit, double gap = 2.0);
 
 }  // namespace vx
