@@ -326,9 +326,12 @@ double robust_noise(std::span<const float> samples, double* width) {
         const double mad = median_of(scratch);
         const double next_cut = median + ROBUST_NOISE_CUT * mad;
         if (!(next_cut < cut)) break;  // also stops on NaN and on a flat window (mad 0)
+        // A cut within a percent of the last one leaves the same samples, give or take a few.
+        const bool settled = next_cut > 0.99 * cut;
         cut = next_cut;
         if (mark_peaks(samples, cut, 1, peak) < enough && mark_peaks(samples, cut, 0, peak) < enough)
             std::fill(peak.begin(), peak.end(), 0);
+        if (settled) break;
     }
     kept.clear();
     for (std::size_t i = 0; i < n; ++i)
