@@ -96,7 +96,8 @@ TEST_F(PeaksCli, EveryWrittenPeakHasAnSn) {
     // With robust noise the reborn list's S/N is the ions' own, in the thousands.
     const test::CliRun r =
         run("peaks '" + SAMPLE + "' --reborn --sn --robust-noise --threshold 200 --noise-threshold 50 --json -o " + out("r.pks"));
-    for (const auto& p : nlohmann::json::parse(r.out)["peaks"]) EXPECT_GT(p["sn"].get<double>(), 1000.0) << p["mz"];
+    const auto robust = nlohmann::json::parse(r.out);
+    for (const auto& p : robust["peaks"]) EXPECT_GT(p["sn"].get<double>(), 1000.0) << p["mz"];
 }
 
 TEST_F(PeaksCli, GlobalNoiseTakesTheRangeAsItsWindow) {
