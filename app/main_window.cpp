@@ -359,6 +359,9 @@ void MainWindow::find_peak_options() {
 
 int MainWindow::find_peaks() {
     WaitCursor wait;
+    // Unset limits (a fresh settings file has a high m/z of 0) take the excited
+    // range, else the data's range, as the command line does.
+    ensure_search_limits(*ws_, ws_->active_panel);
     const int rc = FindPeaksCommand(*ws_, *peak_table_, *ui_);
     show_peak_table();
     return rc;
@@ -368,6 +371,7 @@ int MainWindow::analyze_find(bool by_sn) {
     analyze_->read(ws_->settings);
     if (analyze_->hide_on_run()) analyze_->dialog()->hide();
     WaitCursor wait;
+    ensure_search_limits(*ws_, ws_->active_panel);
     const int rc = AnalyzeFindPeaks(*ws_, by_sn, *peak_table_, *ui_);
     show_peak_table();
     return rc;

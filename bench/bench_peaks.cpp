@@ -113,6 +113,31 @@ void BM_FindPeaksThread(benchmark::State& state) {
 }
 BENCHMARK(BM_FindPeaksThread)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// Robust noise of the same consecutive 5 m/z windows (each widened to the
+// 4096-point minimum where it holds fewer).
+void BM_CalculateNoiseRobust(benchmark::State& state) {
+    Fixture& f = fixture();
+    for (auto _ : state) {
+        double total = 0.0;
+        for (double centre = LOW + 2.5; centre < HIGH; centre += 5.0) {
+            double width = 0.0;
+            total += CalculateNoiseRobust(f.s, centre, 5.0, &width);
+        }
+        benchmark::DoNotOptimize(total);
+    }
+}
+BENCHMARK(BM_CalculateNoiseRobust)->Unit(benchmark::kMillisecond);
+
+// The S/N search, literal (0) and with robust noise (1), at 8 noise widths.
+void BM_FindPeaksRebornSn(benchmark::State& state) {
+    Settings st = fixture().st;
+    st.sn_mode = 1;
+    st.peak_sigma_factor = 8.0;
+    st.robust_noise = static_cast<int>(state.range(0));
+    time_finder(state, [&](Spectrum& s, PeakTable& t, Ui& ui) { return FindPeaksReborn(s, st, 1000.0, t, ui); });
+}
+BENCHMARK(BM_FindPeaksRebornSn)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
 void BM_NewVantorixPeakPick2(benchmark::State& state) {
     const Settings& st = fixture().st;
     time_finder(state, [&](Spectrum& s, PeakTable& t, Ui& ui) { return NewVantorixPeakPick2(s, st, t, ui); });

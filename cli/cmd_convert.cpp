@@ -1,5 +1,6 @@
-// vantorix convert FILE (--mz P... | --point M... | --freq F...) [--json]:
-// converts data points, masses or frequencies through the calibration of a
+// vantorix convert FILE (--point P... | --mz M... | --freq F...) [--json]:
+// each option names what the user gives (data points, m/z values or
+// frequencies), in any order with the file. Converts them through the calibration of a
 // data file (or of the default header), by every array and single-point form
 // side by side, so that a law can be checked by hand. Options override single
 // terms of the calibration read from the file.
@@ -24,9 +25,15 @@ struct ConvertOptions {
     std::string file;
     bool no_file = false;
     bool json = false;
-    std::vector<double> points_for_mz;   // --mz P...
-    std::vector<double> masses_for_pt;   // --point M...
-    std::vector<double> freqs_for_mz;    // --freq F...
+    // The words after each option as given; a word that is not a number is
+    // the data file (a multi-value option reads on until the next option, so
+    // "--point 500 FILE" hands it the file name).
+    std::vector<std::string> point_words;  // --point P...: data points
+    std::vector<std::string> mz_words;     // --mz M...: masses
+    std::vector<std::string> freq_words;   // --freq F...: frequencies, Hz
+    std::vector<double> points_for_mz;
+    std::vector<double> masses_for_pt;
+    std::vector<double> freqs_for_mz;
 
     std::optional<int> caltype, detectmode, filetype, datacount, rootselect;
     std::optional<double> aterm, bterm, cterm, trapvoltage, reffreq, bandwidth;
@@ -120,10 +127,41 @@ nlohmann::ordered_json number_json(double v) {
     return nullptr;
 }
 
-int run_convert(Context& ctx, const ConvertOptions& o) {
+// A whole word as a number.
+std::optional<double> number_of(const std::string& word) {
+    try {
+        std::size_t used = 0;
+        const double v = std::stod(word, &used);
+        if (used == word.size()) return v;
+    } catch (...) {
+    }
+    return std::nullopt;
+}
+
+// Splits the words of the value options into numbers and the file name.
+int sort_words(Context& ctx, ConvertOptions& o) {
+    const std::pair<std::vector<std::string>*, std::vector<double>*> lists[] = {
+        {&o.point_words, &o.points_for_mz}, {&o.mz_words, &o.masses_for_pt}, {&o.freq_words, &o.freqs_for_mz}};
+    for (const auto& [words, values] : lists) {
+        for (const std::string& w : *words) {
+            if (const auto v = number_of(w)) {
+                values->push_back(*v);
+            } else if (o.file.empty()) {
+                o.file = w;
+            } else {
+                ctx.ui.MessagePopup("Error", fmt::format("\"{}\" is neither a number nor the only data file.", w));
+                return -1;
+            }
+        }
+    }
+    return 0;
+}
+
+int run_convert(Context& ctx, ConvertOptions& o) {
+    if (sort_words(ctx, o) < 0) return 2;
     const int kinds = !o.points_for_mz.empty() + !o.masses_for_pt.empty() + !o.freqs_for_mz.empty();
     if (kinds != 1) {
-        ctx.ui.MessagePopup("Error", "Give exactly one of --mz, --point or --freq, with at least one value.");
+        ctx.ui.MessagePopup("Error", "Give exactly one of --point, --mz or --freq, with at least one value.");
         return 2;
     }
     if (o.no_file == !o.file.empty()) {
@@ -138,8 +176,6 @@ int run_convert(Context& ctx, const ConvertOptions& o) {
         ctx.ui.MessagePopup("Error", fmt::format("--bandwidth must be above 0 (got {}).", *o.bandwidth));
         return 2;
     }
-    ctx.ui.quiet_console = o.json;
-
     Spectrum header;
     Set_Default_Parameters(header);
     std::string source = "default header";
@@ -220,9 +256,9 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto* sub = app.add_subcommand("convert", "Convert data points, masses or frequencies through a calibration");
     sub->add_option("file", o->file, "Data file whose calibration is used (Tulva file, peak list or Bruker directory)");
     sub->add_flag("--no-file", o->no_file, "Use the default header instead of a data file");
-    sub->add_option("--mz", o->points_for_mz, "Print the m/z of these data points");
-    sub->add_option("--point", o->masses_for_pt, "Print the data points of these masses");
-    sub->add_option("--freq", o->freqs_for_mz, "Print the masses of these frequencies (Hz)");
+    sub->add_option("--point", o->point_words, "Data points to convert (to frequency and m/z)");
+    sub->add_option("--mz", o->mz_words, "m/z values to convert (to data points and frequency)");
+    sub->add_option("--freq", o->freq_words, "Frequencies in Hz to convert (to data points and m/z)");
     sub->add_flag("--json", o->json, "Print JSON instead of a table");
     add_override(sub, "--caltype", o->caltype, "Calibration type (0, 1, 3, 4, 5; 6 the instrument law of Bruker .d data)");
     add_override(sub, "--detectmode", o->detectmode, "Detection mode (0 direct, 1 +heterodyne, 2 quadrature, 3 -heterodyne)");

@@ -78,7 +78,6 @@ int run_info(Context& ctx, const InfoOptions& o) {
         ctx.ui.preset_console.push_back(o.heterodyne.substr(0, 1));
         ctx.ui.preset_console.push_back(o.heterodyne.size() > 1 ? o.heterodyne.substr(1) : "0");
     }
-    ctx.ui.quiet_console = o.json;
     Workspace& ws = ctx.ws;
     ws.settings_folder.clear();  // info does not touch the recent-file list
     const bool peak_list = is_peak_list(o.file);

@@ -2,10 +2,12 @@
 // read), runs the traditional search or the reborn picker with the analysis
 // panel's settings, and writes the peak list (.pks batch form, the table's form,
 // or CSV).
+#include <cmath>
 #include <filesystem>
 #include <iostream>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "commands.hpp"
 #include "formats/peak_list.hpp"
@@ -28,7 +30,7 @@ struct PeaksOptions {
     bool sn = false, abundance = false;
     double threshold = -1.0, noise_threshold = -1.0, min_width = -1.0, noise_window = -1.0;
     double peak_sigma = -1.0, noise_sigma = -1.0;
-    bool global_noise = false, percent = false;
+    bool global_noise = false, percent = false, robust_noise = false, json = false;
     std::vector<std::string> notches;
     bool reborn = false, csv = false, table_form = false, macro = false;
     std::string noise_range;
@@ -58,13 +60,25 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
     Workspace& ws = ctx.ws;
     ws.settings_folder.clear();
     Settings& st = ws.settings;
-    if (o.threshold >= 0) st.peak_threshold = o.threshold;
-    if (o.noise_threshold >= 0) st.noise_threshold = o.noise_threshold;
+    // --threshold and --noise-threshold are what the chosen search compares
+    // with: absolute (or percent) levels by abundance, multiples of the noise
+    // width with --sn, where they are the two sigma factors. The reborn S/N
+    // button still compares absolute levels, so there they stay levels.
+    const bool factors = o.sn && !o.reborn;
+    if ((factors && o.threshold >= 0 && o.peak_sigma >= 0) || (factors && o.noise_threshold >= 0 && o.noise_sigma >= 0)) {
+        ctx.ui.MessagePopup("Operator Error",
+                            "With --sn, --threshold is the peak sigma factor and --noise-threshold the noise sigma "
+                            "factor: give each once.");
+        return 1;
+    }
+    if (o.threshold >= 0) (factors ? st.peak_sigma_factor : st.peak_threshold) = o.threshold;
+    if (o.noise_threshold >= 0) (factors ? st.noise_sigma_factor : st.noise_threshold) = o.noise_threshold;
     if (o.min_width >= 0) st.min_peak_width = o.min_width;
     if (o.noise_window > 0) st.noise_window = o.noise_window;
     if (o.peak_sigma >= 0) st.peak_sigma_factor = o.peak_sigma;
     if (o.noise_sigma >= 0) st.noise_sigma_factor = o.noise_sigma;
     st.global_noise = o.global_noise ? 1 : 0;
+    st.robust_noise = o.robust_noise ? 1 : 0;
     st.percent_thresholds = o.percent ? 1 : 0;
     if (o.threads > 0) st.thread_count = std::min(o.threads, 16);
     for (const std::string& n : o.notches) {
@@ -110,20 +124,23 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
         else if (s.domain == DOMAIN_PROFILE)
             p.xmode = XMODE_MZ_XVALUES;
 
-        st.low_mass = 0.0;
-        st.high_mass = 0.0;
-        FindPeakOptions(ws, slot);
-        if (o.low_mass > 0) st.low_mass = o.low_mass;
-        if (o.high_mass > 0) st.high_mass = o.high_mass;
-        if (st.high_mass <= 0.0 && s.domain != DOMAIN_PROFILE) st.high_mass = High_Mass(s);
-        if (st.low_mass <= 0.0 && s.domain != DOMAIN_PROFILE) st.low_mass = Low_Mass(s);
-        if (s.domain == DOMAIN_PROFILE && !s.xvalues.empty()) {
-            if (st.low_mass <= 0.0) st.low_mass = s.xvalues.front();
-            if (st.high_mass <= 0.0) st.high_mass = s.xvalues.back();
-        }
+        // The command line starts from no limits at all: the excited range,
+        // else the data's, unless given.
+        st.low_mass = std::max(o.low_mass, 0.0);
+        st.high_mass = std::max(o.high_mass, 0.0);
+        ensure_search_limits(ws, slot);
+        // As the panel does: a global estimate takes the whole range as its window.
+        if (st.global_noise) st.noise_window = std::fabs(st.high_mass - st.low_mass);
 
         if (o.reborn) {
             n = o.sn ? NewVantorixPeakPickSN(s, st, table, ctx.ui) : NewVantorixPeakPick2(s, st, table, ctx.ui);
+            // The S/N button assigns S/N before its search, so its new peaks
+            // carry none; a written list always gets one.
+            if (n > 0 && (o.sn || o.robust_noise)) {
+                if (o.robust_noise) assign_robust_sn(s, st.noise_window);
+                else CalculateSignalToNoiseThrashStyle(s);
+                FillPeaklist2Table(s, s.peakcount, st, table);
+            }
         } else if (o.threads > 0 && p.xmode == XMODE_MZ) {
             st.sn_mode = o.sn ? 1 : 0;
             ws.active_panel = slot;
@@ -139,8 +156,11 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
         }
     }
     if (n < 0) return 1;
-    if (!table.status.empty()) std::cout << table.status << '\n';
-    if (n == 0) return 2;
+    if (!table.status.empty() && !o.json) std::cout << table.status << '\n';
+    if (n == 0) {
+        if (o.json) std::cout << nlohmann::ordered_json{{"file", o.file}, {"peakcount", 0}, {"peaks", nlohmann::ordered_json::array()}}.dump(2) << '\n';
+        return 2;
+    }
 
     std::string out = o.out;
     if (out.empty()) out = o.csv ? peak_list_path(o.file, s.filetype, 0) + ".csv" : peak_list_path(o.file, s.filetype, 0);
@@ -154,13 +174,42 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
         BatchPeakListOptions b;
         b.low_mass = s.initMz;
         b.high_mass = s.finalMz;
-        b.noise_threshold = st.noise_threshold;
-        b.peak_threshold = st.peak_threshold;
+        // The header names the levels the search compared with: the two
+        // sigma factors in S/N mode.
+        b.noise_threshold = factors ? st.noise_sigma_factor : st.noise_threshold;
+        b.peak_threshold = factors ? st.peak_sigma_factor : st.peak_threshold;
         b.precision = o.precision;
         b.last_column = PeakListColumn::SN;
         rc = write_batch_peak_list(out, s, b, ctx.ui);
     }
     if (rc < 0) return 1;
+    if (o.json) {
+        nlohmann::ordered_json j;
+        j["file"] = o.file;
+        j["output"] = out;
+        j["search"] = o.reborn ? "reborn" : "traditional";
+        j["sn_mode"] = o.sn;
+        j["robust_noise"] = o.robust_noise;
+        j["low_mass"] = s.initMz;
+        j["high_mass"] = s.finalMz;
+        j["peak_level"] = factors ? st.peak_sigma_factor : st.peak_threshold;
+        j["noise_level"] = factors ? st.noise_sigma_factor : st.noise_threshold;
+        j["noise_window"] = st.noise_window;
+        j["peakcount"] = s.peakcount;
+        auto list = nlohmann::ordered_json::array();
+        for (const Peak& pk : s.peaks) {
+            auto finite = [](double v) { return std::isfinite(v) ? nlohmann::ordered_json(v) : nlohmann::ordered_json(nullptr); };
+            list.push_back({{"mz", finite(pk.mass)},
+                            {"abundance", finite(pk.abundance)},
+                            {"relabundance", finite(pk.relabundance)},
+                            {"frequency", finite(pk.frequency)},
+                            {"resolvingpower", finite(pk.resolvingpower)},
+                            {"sn", finite(pk.sn)}});
+        }
+        j["peaks"] = list;
+        std::cout << j.dump(2) << '\n';
+        return 0;
+    }
     std::cout << fmt::format("wrote {}: {} peaks from m/z {:.2f} to {:.2f}\n", out, s.peakcount, s.initMz, s.finalMz);
     return 0;
 }
@@ -176,13 +225,18 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto* sn = sub->add_flag("--sn", o->sn, "Thresholds as multiples of the noise width above the baseline");
     auto* ab = sub->add_flag("--abundance", o->abundance, "Absolute thresholds (the default)");
     sn->excludes(ab);
-    sub->add_option("--threshold", o->threshold, "Peak threshold (default 20)");
-    sub->add_option("--noise-threshold", o->noise_threshold, "Noise threshold (default 5)");
+    sub->add_option("--threshold", o->threshold,
+                    "Peak threshold (default 20); with --sn the peak S/N factor (default 3, as --peak-sigma)");
+    sub->add_option("--noise-threshold", o->noise_threshold,
+                    "Noise threshold (default 5); with --sn the noise S/N factor (default 2, as --noise-sigma)");
     sub->add_option("--min-width", o->min_width, "Narrowest accepted segment in points (default 3)");
     sub->add_option("--noise-window", o->noise_window, "Width of each noise estimate in m/z (default 5)");
     sub->add_option("--peak-sigma", o->peak_sigma, "S/N mode: peak level = baseline + this x noise width (3)");
     sub->add_option("--noise-sigma", o->noise_sigma, "S/N mode: noise level = baseline + this x noise width (2)");
-    sub->add_flag("--global-noise", o->global_noise, "One noise estimate for the whole range");
+    sub->add_flag("--global-noise", o->global_noise, "One noise estimate for the whole range (the window becomes the range)");
+    sub->add_flag("--robust-noise", o->robust_noise,
+                  "S/N against a noise estimate that leaves the peaks out (docs/peak-picking.md)");
+    sub->add_flag("--json", o->json, "Print the peak list as JSON (the file is written as well)");
     sub->add_flag("--percent", o->percent, "Thresholds are percent of the largest sample in the range");
     sub->add_option("--notch", o->notches, "Leave out the m/z range LOW:HIGH (repeatable)");
     sub->add_flag("--reborn", o->reborn, "The reborn picker (New PeakPick) instead of the traditional search");

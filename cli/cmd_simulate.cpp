@@ -16,7 +16,11 @@ struct SimulateOptions {
     std::string out;
     std::string detect = "direct";
     std::string storage = "int";
-    SimParameters p;
+    SimParameters p = [] {
+        SimParameters d;
+        d.noise = DIGITISER_NOISE_V;
+        return d;
+    }();
 };
 
 int run_simulate(Context& ctx, SimulateOptions& o) {
@@ -49,7 +53,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("--aterm", o->p.Aterm, "Calibration term A (Source Coeff0)")->capture_default_str();
     sub->add_option("--bterm", o->p.Bterm, "Calibration term B (Source Coeff1)")->capture_default_str();
     sub->add_option("--trap", o->p.Trapvoltage, "Trap voltage")->capture_default_str();
-    sub->add_option("--noise", o->p.noise, "Gaussian noise, V rms on every sample")->capture_default_str();
+    sub->add_option("--noise", o->p.noise, "Gaussian noise, V rms on every sample (0 for none)")->capture_default_str();
     sub->add_option("--seed", o->p.seed, "Seed of the noise")->capture_default_str();
     sub->add_option("--storage", o->storage, "int (int16 with a voltage scale) or float")
         ->check(CLI::IsMember({"int", "float"}))

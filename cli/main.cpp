@@ -32,6 +32,9 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "vantorix 0.1.0");
     vx::cli::Context ctx;
+    app.add_flag("-v,--verbose", ctx.ui.verbose, "Print the diagnostics of the working functions on stderr");
+    // The global flags are also taken after the subcommand's own options.
+    app.fallthrough();
     for (auto& reg : vx::cli::registrars()) reg(app, ctx);
     try {
         app.parse(argc, argv);

@@ -13,17 +13,8 @@ namespace vx {
 
 namespace {
 
-// The box reaches Settings::robust_noise as soon as the core has that field.
-// TODO(lead): once Settings::robust_noise is merged, replace these two templates by plain assignments.
-template <class S>
-void store_robust_noise(S& st, bool on) {
-    if constexpr (requires { st.robust_noise; }) st.robust_noise = on ? 1 : 0;
-}
-template <class S>
-bool load_robust_noise(const S& st, bool keep) {
-    if constexpr (requires { st.robust_noise; }) return st.robust_noise != 0;
-    return keep;
-}
+void store_robust_noise(Settings& st, bool on) { st.robust_noise = on ? 1 : 0; }
+bool load_robust_noise(const Settings& st, bool) { return st.robust_noise != 0; }
 
 }  // namespace
 

@@ -56,6 +56,12 @@ struct Levels {
     double noise = 0.0;
     double baseline = 0.0;
     double noise_width = 0.0;
+    // Robust noise: S/N is measured above the lower of the two valleys that
+    // bound the segment when that lies above the baseline, and in S/N mode a
+    // peak must clear the level by that measure. A ripple of noise on the wing
+    // of a strong peak then counts for what it adds, not for the wing under it.
+    bool from_valley = false;
+    bool sn_acceptance = false;
 };
 
 void set_sn_levels(Levels& lv, const Settings& st) {
@@ -70,7 +76,13 @@ bool accept_segment(const Spectrum& s, const WalkSegment& seg, long lower, long 
     const float* y = s.data.data();
     const long n = static_cast<long>(s.data.size());
     const long apex = seg.apex;
-    if (!(y[apex] > lv.peak) || apex == lower || apex == upper) return false;
+    double reference = lv.baseline;
+    if (lv.from_valley) {
+        const double valley = std::min(y[seg.start], y[std::min(seg.end, n - 1)]);
+        reference = std::max(reference, valley);
+    }
+    const double level = lv.sn_acceptance ? lv.peak + (reference - lv.baseline) : lv.peak;
+    if (!(y[apex] > level) || apex == lower || apex == upper) return false;
     const Parabola p = parabola_through(y[apex - 1], y[apex], y[apex + 1]);
     if (!(p.c2 < 0.0)) return false;
     const double offset = -p.c1 / (2.0 * p.c2);
@@ -86,7 +98,7 @@ bool accept_segment(const Spectrum& s, const WalkSegment& seg, long lower, long 
     const double right = Interp_midmass(i, half, s);
     f.width = std::fabs(right - left);
     f.frequency = frequency_of_point(s, f.index);
-    f.sn = (f.height - lv.baseline) / lv.noise_width;
+    f.sn = (f.height - reference) / lv.noise_width;
     return true;
 }
 
@@ -171,11 +183,19 @@ int setup_range(const Spectrum& s, const Settings& st, double low, double high, 
         }
     }
 
+    rs.lv.from_valley = st.robust_noise != 0;
+    rs.lv.sn_acceptance = st.robust_noise != 0 && st.sn_mode != 0;
     rs.global = st.global_noise != 0;
     if (s.overRideThrashNoiseCalculation) {
         rs.global = true;
         rs.lv.baseline = s.noisemean;
         rs.lv.noise_width = s.noisesigma;
+        if (st.sn_mode) set_sn_levels(rs.lv, st);
+    } else if (rs.global && n > 0 && st.robust_noise) {
+        // One estimate from the samples of the whole range, peaks left out.
+        const long from = std::clamp(rs.lower, 0L, n - 1), to = std::clamp(rs.upper, 0L, n - 1);
+        rs.lv.baseline = robust_noise(std::span<const float>(s.data.data() + from, static_cast<std::size_t>(std::max(0L, to - from + 1))),
+                                      &rs.lv.noise_width);
         if (st.sn_mode) set_sn_levels(rs.lv, st);
     } else if (rs.global && n > 0) {
         // The centre is half the span of the range, not its midpoint; kept as
@@ -305,7 +325,8 @@ int FindPeaksReborn(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
             if (rs.global) return;
             const double m = SPt_tomass(s, static_cast<double>(point));
             if (renewed && !(m + quarter < last_renewal)) return;
-            lv.baseline = CalculateNoise(s, m, st.noise_window, &lv.noise_width);
+            lv.baseline = st.robust_noise ? CalculateNoiseRobust(s, m, st.noise_window, &lv.noise_width)
+                                          : CalculateNoise(s, m, st.noise_window, &lv.noise_width);
             last_renewal = m - quarter;
             renewed = true;
             ui.ProcessSystemEvents();
@@ -354,7 +375,12 @@ int FindPeaksThread(Spectrum& s, const Settings& st, double ymax, PeakTable& tab
             const long last = edge[static_cast<std::size_t>(k + 1)] - 1;
             if (last < first) return;
             Levels lv = rs.lv;
-            if (!rs.global) {
+            if (!rs.global && st.robust_noise) {
+                lv.baseline = robust_noise(
+                    std::span<const float>(s.data.data() + first, static_cast<std::size_t>(last - first + 1)),
+                    &lv.noise_width);
+                if (st.sn_mode) set_sn_levels(lv, st);
+            } else if (!rs.global) {
                 std::array<float, 3> row{};
                 NoiseCalThread({std::span<const float>(s.data.data() + first, static_cast<std::size_t>(last - first + 1)),
                                 region_width, static_cast<float>(k)},
@@ -480,6 +506,28 @@ void FindPeakOptions(Workspace& ws, int slot) {
         const double floor_mass = SPt_tomass(s, p.fullmax);
         if (st.low_mass < floor_mass) st.low_mass = floor_mass;
     }
+}
+
+void ensure_search_limits(Workspace& ws, int slot) {
+    if (slot < 0 || slot >= MAX_PANELS) return;
+    Settings& st = ws.settings;
+    if (st.low_mass > 0.0 && st.high_mass > 0.0) return;
+    const double low = st.low_mass, high = st.high_mass;
+    st.low_mass = 0.0;
+    st.high_mass = 0.0;
+    FindPeakOptions(ws, slot);
+    if (low > 0.0) st.low_mass = low;
+    if (high > 0.0) st.high_mass = high;
+    const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+    if (s.domain == DOMAIN_PROFILE) {
+        if (!s.xvalues.empty()) {
+            if (st.low_mass <= 0.0) st.low_mass = s.xvalues.front();
+            if (st.high_mass <= 0.0) st.high_mass = s.xvalues.back();
+        }
+        return;
+    }
+    if (st.high_mass <= 0.0) st.high_mass = High_Mass(s);
+    if (st.low_mass <= 0.0) st.low_mass = Low_Mass(s);
 }
 
 int FindPeaksCommand(Workspace& ws, PeakTable& table, Ui& ui) {

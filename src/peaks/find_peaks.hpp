@@ -90,6 +90,13 @@ int FindPeaksThread(Spectrum& spectrum, const Settings& settings, double ymax, P
 // the panel's last point.
 void FindPeakOptions(Workspace& ws, int slot);
 
+// Search limits for a first "Find Peaks": a limit that is unset (0 or below)
+// takes the excited range of the data ("Find Peak Options"), else the range of
+// the data itself (profile data: its first and last m/z). A limit already set
+// stays. A fresh settings file has no upper limit, and a search over an empty
+// range only says "Incorrect Mass Range", so every front end calls this first.
+void ensure_search_limits(Workspace& ws, int slot);
+
 // The command "Find Peaks" of the Analyze menu on the active panel. Returns the
 // number of peaks, or a negative value after its message.
 int FindPeaksCommand(Workspace& ws, PeakTable& table, Ui& ui);

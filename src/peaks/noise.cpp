@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 #include <Eigen/Core>
@@ -24,9 +25,13 @@ long to_index(double point) {
     return static_cast<long>(r);
 }
 
+// top_centroid: the mode is the centroid of the contiguous top of the
+// distribution (above 80 % of its maximum) instead of its highest level; the
+// top of a noise distribution is flat, and its highest level wanders with
+// every few samples.
 template <class T>
 double histogram_noise_impl(std::span<double> stats, std::span<const T> counted, double step_divisor,
-                            double* width) {
+                            double* width, bool top_centroid = false) {
     double median = 0.0, deviation = 0.0;
     if (!stats.empty()) {
         const auto n = static_cast<Eigen::Index>(stats.size());
@@ -102,7 +107,20 @@ double histogram_noise_impl(std::span<double> stats, std::span<const T> counted,
     for (double v : d) above += v > half_max;
 
     if (width) *width = step * 0.5 * above;
-    return (mode - CENTRE_LEVEL) * step + median;
+    double at = mode;
+    if (top_centroid && d[static_cast<std::size_t>(mode)] > 0.0) {
+        const double top = 0.8 * d[static_cast<std::size_t>(mode)];
+        int a = mode, b = mode;
+        while (a > 0 && d[static_cast<std::size_t>(a - 1)] >= top) --a;
+        while (b < LEVELS - 1 && d[static_cast<std::size_t>(b + 1)] >= top) ++b;
+        double sum = 0.0, moment = 0.0;
+        for (int k = a; k <= b; ++k) {
+            sum += d[static_cast<std::size_t>(k)];
+            moment += k * d[static_cast<std::size_t>(k)];
+        }
+        at = moment / sum;
+    }
+    return (at - CENTRE_LEVEL) * step + median;
 }
 
 std::vector<double> to_double(std::span<const float> samples) {
@@ -242,6 +260,105 @@ void NoiseCalThread(const NoiseCalJob& job, std::array<float, 3>& row) {
     double width = 0.0;
     const double baseline = histogram_noise(std::span<double>(stats), job.samples, job.region_width / 2.0, &width);
     row = {static_cast<float>(baseline), static_cast<float>(width), job.tag};
+}
+
+namespace {
+
+double median_of(std::vector<double>& v) {
+    if (v.empty()) return 0.0;
+    const auto middle = v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2);
+    std::nth_element(v.begin(), middle, v.end());
+    double m = *middle;
+    if (v.size() % 2 == 0) m = (m + *std::max_element(v.begin(), middle)) / 2.0;
+    return m;
+}
+
+}  // namespace
+
+namespace {
+
+// Marks the samples of the peaks above cut: each run above it, with `dilate`
+// times its own length on either side, and on from there while the samples
+// keep falling away from it. Returns the number of samples left unmarked.
+std::size_t mark_peaks(std::span<const float> samples, double cut, std::size_t dilate, std::vector<char>& peak) {
+    const std::size_t n = samples.size();
+    std::fill(peak.begin(), peak.end(), 0);
+    for (std::size_t i = 0; i < n;) {
+        if (!(samples[i] > cut)) {
+            ++i;
+            continue;
+        }
+        std::size_t b = i;
+        while (b + 1 < n && samples[b + 1] > cut) ++b;
+        const std::size_t reach = (b - i + 1) * dilate;
+        std::size_t lo = i > reach ? i - reach : 0;
+        std::size_t hi = std::min(n - 1, b + reach);
+        while (lo > 0 && samples[lo - 1] < samples[lo]) --lo;
+        while (hi + 1 < n && samples[hi + 1] < samples[hi]) ++hi;
+        std::fill(peak.begin() + static_cast<std::ptrdiff_t>(lo), peak.begin() + static_cast<std::ptrdiff_t>(hi) + 1, 1);
+        i = b + 1;
+    }
+    return static_cast<std::size_t>(std::count(peak.begin(), peak.end(), 0));
+}
+
+}  // namespace
+
+double robust_noise(std::span<const float> samples, double* width) {
+    const std::size_t n = samples.size();
+    std::vector<char> peak(n, 0);
+    std::vector<double> kept;
+    kept.reserve(n);
+    std::vector<double> scratch;
+    // A line's wings stand above the noise about as far again on either side
+    // as its top stands above the cut. A window so crowded that this leaves
+    // less than an eighth of it keeps the wings; one where even that is so
+    // keeps everything (the plain estimate).
+    const std::size_t enough = std::max<std::size_t>(16, n / 8);
+    double cut = std::numeric_limits<double>::infinity();
+    for (int round = 0; round < 8; ++round) {
+        kept.clear();
+        for (std::size_t i = 0; i < n; ++i)
+            if (!peak[i]) kept.push_back(samples[i]);
+        if (kept.empty()) break;
+        scratch = kept;
+        const double median = median_of(scratch);
+        for (double& v : scratch) v = std::fabs(v - median);
+        const double mad = median_of(scratch);
+        const double next_cut = median + ROBUST_NOISE_CUT * mad;
+        if (!(next_cut < cut)) break;  // also stops on NaN and on a flat window (mad 0)
+        // A cut within a percent of the last one leaves the same samples, give or take a few.
+        const bool settled = next_cut > 0.99 * cut;
+        cut = next_cut;
+        if (mark_peaks(samples, cut, 1, peak) < enough && mark_peaks(samples, cut, 0, peak) < enough)
+            std::fill(peak.begin(), peak.end(), 0);
+        if (settled) break;
+    }
+    kept.clear();
+    for (std::size_t i = 0; i < n; ++i)
+        if (!peak[i]) kept.push_back(samples[i]);
+    std::vector<double> stats = kept;
+    return histogram_noise_impl(std::span<double>(stats), std::span<const double>(kept), 25.0, width, true);
+}
+
+double CalculateNoiseRobust(const Spectrum& spectrum, double centre, double window, double* width) {
+    const long size = static_cast<long>(spectrum.data.size());
+    if (size < 1) return robust_noise({}, width);
+    const double half = window / 2.0;
+    long upper = to_index(One_mass_topt(spectrum, centre - half));
+    long lower = to_index(One_mass_topt(spectrum, centre + half));
+    if (upper < 0 || upper > size - 1) upper = size - 1;
+    lower = std::clamp(lower, 0L, size - 1);
+    if (upper < lower) std::swap(upper, lower);
+    const long missing = ROBUST_NOISE_MIN_POINTS - (upper - lower + 1);
+    if (missing > 0) {
+        lower -= missing / 2;
+        upper += missing - missing / 2;
+        if (lower < 0) upper -= lower, lower = 0;
+        if (upper > size - 1) lower -= upper - (size - 1), upper = size - 1;
+        lower = std::max(lower, 0L);
+    }
+    return robust_noise(std::span<const float>(spectrum.data.data() + lower, static_cast<std::size_t>(upper - lower + 1)),
+                        width);
 }
 
 }  // namespace vx

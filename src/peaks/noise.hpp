@@ -67,4 +67,25 @@ struct NoiseCalJob {
 };
 void NoiseCalThread(const NoiseCalJob& job, std::array<float, 3>& row);
 
+// Robust noise: the same histogram method on the samples of a window that are
+// not part of a peak. A sample above median + ROBUST_NOISE_CUT x MAD of the
+// samples kept so far is a peak's; so are, on either side of each run of
+// such samples, as many samples again as the run holds and then the
+// neighbours for as long as they keep falling away from it (the wings). The cut is re-derived from the
+// samples kept until they no longer change, so that a window crowded with
+// peaks does not set its own cut. The step of the histogram is deviation / 25
+// of the kept samples, fine enough to resolve the noise distribution itself.
+// With the peaks out, a strong ion no longer widens the width it is judged
+// against. Returns the baseline; *width the half width; 0 and 0 without samples.
+inline constexpr double ROBUST_NOISE_CUT = 5.0;
+double robust_noise(std::span<const float> samples, double* width);
+
+// The smallest window robust_noise is given by the searches: 5 m/z hold only a
+// few dozen points of a short transient, too few for the histogram's mode.
+inline constexpr long ROBUST_NOISE_MIN_POINTS = 4096;
+
+// robust_noise over the window centre +- window / 2 (m/z), widened about its
+// centre to at least ROBUST_NOISE_MIN_POINTS points where the data allow.
+double CalculateNoiseRobust(const Spectrum& spectrum, double centre, double window, double* width);
+
 }  // namespace vx

@@ -295,6 +295,20 @@ void CalculateSignalToNoiseThrashStyle(Spectrum& s) {
     AssignSnToPeaksInList(s, windows);
 }
 
+void assign_robust_sn(Spectrum& s, double window) {
+    if (!(window > 0.0)) window = 5.0;
+    bool have = false;
+    double centre = 0.0, baseline = 0.0, width = 0.0;
+    for (Peak& pk : s.peaks) {
+        if (!have || std::fabs(pk.mass - centre) > window / 4.0) {
+            centre = pk.mass;
+            baseline = CalculateNoiseRobust(s, centre, window, &width);
+            have = true;
+        }
+        pk.sn = width > 0.0 ? (pk.abundance - baseline) / width : 0.0;
+    }
+}
+
 void CalculateSignalToNoiseBasedOnUserDefines(Spectrum& s) {
     for (Peak& pk : s.peaks) pk.sn = (pk.abundance - s.noisemean) / s.noisesigma;
 }

@@ -55,6 +55,9 @@ int CalculateRelativeAbundance(Spectrum& spectrum, long n);
 
 void CalculateSignalToNoiseThrashStyle(Spectrum& spectrum);
 void CalculateSignalToNoiseBasedOnUserDefines(Spectrum& spectrum);
+// S/N of every peak against CalculateNoiseRobust over `window` m/z about it;
+// an estimate serves every peak within a quarter window of its centre.
+void assign_robust_sn(Spectrum& spectrum, double window);
 void FillInEachSnRange(const Spectrum& spectrum, SnWindow& window);
 void CalculateNoiseInEachRange(std::vector<SnWindow>& windows);
 void AssignSnToPeaksInList(Spectrum& spectrum, const std::vector<SnWindow>& windows);

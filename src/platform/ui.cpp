@@ -65,9 +65,9 @@ std::optional<std::string> ConsoleUi::DirSelectPopup(std::string_view title, std
 }
 
 void ConsoleUi::Console(std::string_view text) {
-    if (quiet_console) return;
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+    if (quiet_console || !(verbose || interactive)) return;
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
 }
 
 std::optional<std::string> ConsoleUi::ConsoleReadLine() {

@@ -37,14 +37,17 @@ public:
     virtual void ProcessSystemEvents() {}
 };
 
-// Command-line implementation: messages to stderr as "title: text", console
-// prints to stdout; questions are answered from preset answers (flags), else
-// from their defaults, and never block on a terminal unless interactive is set.
+// Command-line implementation: messages to stderr as "title: text"; console
+// prints (diagnostics) to stderr with verbose or interactive set and nowhere
+// otherwise, so that stdout holds only a command's results; questions are
+// answered from preset answers (flags), else from their defaults, and never
+// block on a terminal unless interactive is set.
 class ConsoleUi : public Ui {
 public:
     bool interactive = false;     // ask stdin for confirmations, prompts and console lines
     bool default_confirm = false; // answer of ConfirmPopup when not interactive
-    bool quiet_console = false;   // drop Console() output (JSON output modes)
+    bool verbose = false;         // show Console() diagnostics (on stderr)
+    bool quiet_console = false;   // drop Console() output even when verbose
     std::deque<std::string> preset_prompts;  // answers for PromptPopup, in order
     std::deque<std::string> preset_console;  // answers for ConsoleReadLine, in order
 

@@ -27,6 +27,13 @@ struct SimIon {
     int polarity = 1;        // +1 positive ion, -1 negative ion (seen apart only in quadrature)
 };
 
+// Noise of the command line's simulations unless told: 2 mV rms on every
+// sample, the order of a real acquisition's digitiser noise on this program's
+// volt scale (524288 counts of a 32-bit digitiser to the volt, the factor of
+// the Bruker writer); docs/peak-picking.md gives the measurement. With it the
+// default peak thresholds meet a simulated spectrum as they meet a real one.
+inline constexpr double DIGITISER_NOISE_V = 0.002;
+
 struct SimParameters {
     std::int32_t points = 65536;  // "Data Points:": samples of the file (floats; pairs in quadrature)
     double dbandwidth = 1000000.0;

@@ -49,6 +49,11 @@ struct Settings {
     double peak_sigma_factor = 3.0;  // S/N mode: peak level = baseline + this x width
     int percent_thresholds = 0;      // thresholds are percent of the largest sample
     int global_noise = 0;            // one noise estimate for the whole range
+    // S/N searches judge each peak against robust_noise (its own samples and
+    // those of its neighbours left out) instead of the plain window estimate,
+    // whose width a strong peak inflates. Off: the literal method, which the
+    // batch commands and stored results use.
+    int robust_noise = 0;
     int notches_on = 0;              // exclude the m/z ranges of the notch table
     std::vector<std::pair<double, double>> notches;  // low, high m/z of each excluded range
 

@@ -165,5 +165,46 @@ TEST(EndToEnd, CommandLineWritesAListThatReadsBack) {
     EXPECT_NE(test::run_cli(home, fmt::format("peaks '{}' -o '{}'", sim.dir.file("absent.dat"), out)).status, 0);
 }
 
+TEST(EndToEnd, FirstFindPeaksOnAFreshWorkspaceGivesTheSampleIons) {
+    // Open, Process, Find Peaks with the settings of a first run: no limits.
+    Workspace ws;
+    RecordingUi ui;
+    const int slot = open_and_process(ws, std::string(VANTORIX_SOURCE_DIR) + "/data/sample.dat", ui);
+    ASSERT_GE(slot, 0);
+    ws.panels[static_cast<std::size_t>(slot)].xmode = XMODE_MZ;
+    ws.active_panel = slot;
+    ASSERT_EQ(ws.settings.high_mass, 0.0);
+    ensure_search_limits(ws, slot);
+    // The excited range of the file's chirp, 20 kHz to 500 kHz.
+    const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+    EXPECT_NEAR(ws.settings.low_mass, s.Aterm / 500000.0 + s.Bterm * std::fabs(s.Trapvoltage) / 2.5e11, 1e-6);
+    EXPECT_NEAR(ws.settings.high_mass, s.Aterm / 20000.0 + s.Bterm * std::fabs(s.Trapvoltage) / 4.0e8, 1e-6);
+    PeakTable table;
+    ASSERT_EQ(AnalyzeFindPeaks(ws, false, table, ui), 8) << table.status;
+    const double ions[8] = {195.08765, 322.04812, 524.26496, 525.26832, 622.02896, 922.00980, 1221.99064, 1521.97148};
+    for (int k = 0; k < 8; ++k)
+        EXPECT_LT(std::fabs(s.peaks[static_cast<std::size_t>(k)].mass - ions[k]) / ions[k] * 1e6, 10.0) << ions[k];
+
+    // Limits already set stay; one unset limit takes the excited range's.
+    ws.settings.low_mass = 300.0;
+    ws.settings.high_mass = 0.0;
+    ensure_search_limits(ws, slot);
+    EXPECT_EQ(ws.settings.low_mass, 300.0);
+    EXPECT_NEAR(ws.settings.high_mass, s.Aterm / 20000.0 + s.Bterm * std::fabs(s.Trapvoltage) / 4.0e8, 1e-6);
+    ws.settings.high_mass = 700.0;
+    ensure_search_limits(ws, slot);
+    EXPECT_EQ(ws.settings.high_mass, 700.0);
+
+    // A spectrum without an excited range: the data's own range.
+    ws.panels[static_cast<std::size_t>(slot)].spectrum.origlowfreq = 0.0;
+    ws.settings.low_mass = ws.settings.high_mass = 0.0;
+    ensure_search_limits(ws, slot);
+    EXPECT_DOUBLE_EQ(ws.settings.high_mass, High_Mass(s));
+    EXPECT_GE(ws.settings.low_mass, Low_Mass(s));
+    // No such slot: nothing changes.
+    ensure_search_limits(ws, -1);
+    ensure_search_limits(ws, MAX_PANELS);
+}
+
 }  // namespace
 }  // namespace vx
