@@ -6,6 +6,8 @@
 
 #include <cmath>
 
+#include <fmt/format.h>
+
 #include "calibration/calibration.hpp"
 #include "formats/calibration_change.hpp"
 #include "peaks/find_peaks.hpp"
@@ -141,7 +143,7 @@ TEST(Recovery, TwoTermFitRecoversTheTrueCoefficients) {
     EXPECT_NEAR(panel.CalA, static_cast<double>(icpt), A0 * 1e-12);
     EXPECT_NEAR(panel.CalB, static_cast<double>(slope) / std::fabs(run.s().Trapvoltage), std::fabs(B0) * 1e-9);
 
-    RecordProperty("aterm_relative_error", std::to_string(panel.CalA / A0 - 1.0));
+    RecordProperty("aterm_relative_error", fmt::format("{:.3g}", panel.CalA / A0 - 1.0));
     RecordProperty("rms_ppm", std::to_string(panel.RmsError));
     RecordProperty("weakest_sn", std::to_string(weakest));
     EXPECT_LT(std::fabs(panel.CalA / A0 - 1.0), 1e-7);
