@@ -147,6 +147,11 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
     if (ApplyCalibration(s, panel, 1, true, ctx.ui) < 0) return 1;
     const bool walked = s.walkingregions > 0;
 
+    if (o.walking_csv_given && !walked) {  // refused before any file is written
+        ctx.ui.MessagePopup("No walking calibration has been loaded.",
+                            "Please reload the file with appropriate file operations.");
+        return 1;
+    }
     if (!o.table.empty()) {
         const int rc = SaveCalibrationCsv(o.table, panel, s, ctx.ui);
         if (rc != 0) {
@@ -156,11 +161,6 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
     }
     std::string walking_csv;
     if (o.walking_csv_given) {
-        if (!walked) {
-            ctx.ui.MessagePopup("No walking calibration has been loaded.",
-                                "Please reload the file with appropriate file operations.");
-            return 1;
-        }
         walking_csv = o.walking_csv.empty() ? walking_csv_path(o.file) : o.walking_csv;
         if (SaveWalkingCalasCSV(s, walking_csv, ctx.ui) != 0) return 1;
     }
