@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <unordered_set>
 
 #include <Eigen/Dense>
 #include <fmt/format.h>
@@ -154,12 +155,14 @@ int RemoveUnassignedCalPeaks(CalibrationPanel& panel) {
 }
 
 int RemoveDuplicateCalibrants(CalibrationPanel& panel) {
+    std::unordered_set<double> frequencies, masses;
     std::vector<CalTableRow> kept;
+    kept.reserve(panel.rows.size());
     for (const CalTableRow& r : panel.rows) {
-        const bool repeat = std::any_of(kept.begin(), kept.end(), [&](const CalTableRow& k) {
-            return k.frequency == r.frequency || k.theoretical == r.theoretical;
-        });
-        if (!repeat) kept.push_back(r);
+        if (frequencies.count(r.frequency) || masses.count(r.theoretical)) continue;
+        frequencies.insert(r.frequency);
+        masses.insert(r.theoretical);
+        kept.push_back(r);
     }
     const int removed = static_cast<int>(panel.rows.size() - kept.size());
     panel.rows = std::move(kept);
@@ -416,8 +419,22 @@ void Update_PeaklistNew(Spectrum& spectrum, int terms, int kind, double A, doubl
         ui.Console(fmt::sprintf("A%i = %f, B%i = %f, startfreq[%i] = %f, endfreq[%i] = %f\n", k, row.A, k, row.B, k,
                                 row.startfreq, k, row.endfreq));
     }
+    // A table as built (falling frequency, each region's upper bound the lower
+    // bound of the one before) lets the first region that holds f be found by
+    // bisection: it is the first whose lower bound is at or below f. Any other
+    // table is walked row by row.
+    bool chained = R > 0;
+    for (std::size_t r = 1; r < R && chained; ++r)
+        chained = w[r].lowedge <= w[r - 1].lowedge && w[r].highedge == w[r - 1].lowedge;
     for (Peak& p : spectrum.peaks) {
         const double f = p.frequency;
+        if (chained) {
+            const auto it = std::partition_point(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(R),
+                                                 [f](const WalkingRegion& r) { return r.lowedge > f; });
+            if (it != w.begin() + static_cast<std::ptrdiff_t>(R) && f <= it->highedge)
+                p.mass = two_term(it->A, it->B, V, f);
+            continue;
+        }
         for (std::size_t r = 0; r < R; ++r) {
             if (w[r].lowedge <= f && f <= w[r].highedge) {
                 p.mass = two_term(w[r].A, w[r].B, V, f);
