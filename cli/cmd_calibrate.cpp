@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "calibration/calibration.hpp"
+#include "calibration/calibration_commands.hpp"
 #include "calibration/reference_file.hpp"
 #include "commands.hpp"
 #include "formats/calibration_change.hpp"
@@ -104,9 +105,9 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
     std::vector<double> masses;
     if (read_reference_file(o.ref, masses, ctx.ui) < 0) return 1;
 
-    MatchTolerance tol;
-    tol.limit = o.tolerance > 0.0 ? o.tolerance : ctx.ws.settings.autocal_error_limit;
-    tol.ppm = o.units.empty() ? ctx.ws.settings.autocal_ppm != 0 : o.units == "ppm";
+    MatchTolerance tol = tolerance_from_settings(ctx.ws.settings);
+    if (o.tolerance > 0.0) tol.limit = o.tolerance;
+    if (!o.units.empty()) tol.ppm = o.units == "ppm";
 
     Spectrum* target = nullptr;
     Spectrum from_list;
@@ -126,18 +127,12 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
     }
     Spectrum& s = *target;
 
-    const std::vector<int> checked = MatchTheo_toMeasured(s, masses, tol);
     CalibrationPanel panel;
     panel.WalkingOn = o.walking;
     panel.WalkingTerms = o.terms;
-    if (FillCalTableNew(panel, s, checked, false, ctx.ui) < 0) return 1;
-    AssignTheor_toCalPanel(panel, s, masses, tol);
-    const int unassigned = RemoveUnassignedCalPeaks(panel);
-    const int duplicates = RemoveDuplicateCalibrants(panel);
-    if (panel.rows.size() < 2) {
-        ctx.ui.MessagePopup("Operator Error", "Must check at least 2 \n peaks for calibration");
-        return 1;
-    }
+    ReferenceMatch match;
+    if (calibrate_from_reference(s, panel, masses, tol, ctx.ui, &match) < 0) return 1;
+    const int unassigned = match.unassigned, duplicates = match.duplicates;
     CalibrationPanel before = panel;
     Update_Calibration(before, s.Aterm, s.Bterm, s.Trapvoltage);
 
