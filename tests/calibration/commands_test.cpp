@@ -86,10 +86,12 @@ TEST(CalibrationCommands, ReferenceButtonAndSavingTheMasses) {
     ASSERT_EQ(read_reference_file(out, back, ui), 0);
     EXPECT_EQ(back, (std::vector<double>{300.0, 500.0, 700.0}));
 
-    // A tolerance that no mass meets: the message, the table as it was.
+    // A header 100 ppm off and the default 1 ppm limit: the message, the table as it was.
+    for (Peak& p : s.peaks) p.iscalibrant = 0, p.calmass = -1.0;
+    s.Aterm *= 1.0001;
     CalibrationPanel empty;
     ui.files = {ref};
-    EXPECT_EQ(calibrate_ref_file_command(s, empty, {1e-6, true}, ui), -1);
+    EXPECT_EQ(calibrate_ref_file_command(s, empty, tolerance_from_settings(st), ui), -1);
     EXPECT_TRUE(ui.saw("Operator Error", "Must check at least 2 \n peaks for calibration"));
     EXPECT_TRUE(empty.rows.empty());
 }
