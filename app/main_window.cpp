@@ -36,6 +36,7 @@
 #include "ui_ANALYZE.h"
 #include "ui_MANUALZOOM.h"
 #include "ui_PEAKLIST2.h"
+#include "CALIBRATE.hpp"
 #include "ui_PROCESS.h"
 #include "workspace/filelist.hpp"
 #include "workspace/processing.hpp"
@@ -478,6 +479,7 @@ void MainWindow::build_menus() {
     QMenu* analyze = menuBar()->addMenu("Analyze");
     connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);
     connect(analyze->addAction("Find Peaks"), &QAction::triggered, this, [this] { find_peaks(); });
+    connect(analyze->addAction("Calibrate..."), &QAction::triggered, this, [this] { show_calibrate_panel(this); });
 
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);
