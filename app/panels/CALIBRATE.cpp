@@ -173,7 +173,10 @@ Spectrum* CalibrateDialog::spectrum() {
 }
 
 void CalibrateDialog::show_for_active() {
-    if (Spectrum* s = spectrum()) {
+    // An empty table starts from the spectrum's terms; a table in use keeps
+    // the fields of its last fit.
+    Spectrum* s = spectrum();
+    if (s && panel_.rows.empty()) {
         panel_.CalA = s->Aterm;
         panel_.CalB = s->Bterm;
         panel_.MagneticField = s->Aterm * FIELD_PER_ATERM;

@@ -582,7 +582,6 @@ int WalkingCalMatch(Spectrum& spectrum, CalibrationPanel& panel, double base_per
     checked.clear();
     for (Peak& p : spectrum.peaks) p.iscalibrant = 0;
     const double base = base_percent / 100.0;
-    const double V = std::fabs(spectrum.Trapvoltage);
     const WalkingRegion* used = nullptr;
     for (std::size_t k = 0; k <= R; ++k) {
         const bool last = k == R;
@@ -605,16 +604,7 @@ int WalkingCalMatch(Spectrum& spectrum, CalibrationPanel& panel, double base_per
         else
             region.startpeak = which + 1;
         used = &region;
-        CalTableRow r;
-        r.number = which + 1;
-        r.frequency = p.frequency;
-        r.theoretical = two_term(region.A, region.B, V, p.frequency);
-        r.measured = p.mass;
-        r.error = 0.0;
-        r.abundance = p.abundance;
-        r.relabundance = base > 0.0 ? p.abundance / base : p.relabundance;
-        r.sn = p.sn;
-        panel.rows.push_back(r);
+        AddToCalTable(panel, spectrum, which, region, base);
         checked.push_back(which);
     }
     panel.CalPoints = static_cast<int>(panel.rows.size());
@@ -689,6 +679,63 @@ int SaveWalkingCalasCSV(const Spectrum& spectrum, const std::string& path, Ui& u
         return -1;
     }
     return 0;
+}
+
+int ABRecalculate(const Spectrum& spectrum, Ui& ui) {
+    const double V = std::fabs(spectrum.Trapvoltage);
+    double maxA = 0.0, maxB = 0.0, ratioA = 0.0, ratioB = 0.0;
+    int pairs = 0;
+    for (std::size_t i = 0; i + 1 < spectrum.peaks.size(); ++i) {
+        const double f1 = spectrum.peaks[i].frequency, m1 = spectrum.peaks[i].mass;
+        const double f2 = spectrum.peaks[i + 1].frequency, m2 = spectrum.peaks[i + 1].mass;
+        const double d = f1 - f2;
+        if (d == 0.0 || V == 0.0 || f1 == 0.0) continue;  // a pair without a law of its own
+        const double front = (m2 / d) * f1 * f2 * f2 / V, second = (m1 / d) * f1 * f1 * f2 / V;
+        const double lB = front - second;
+        // The local A leaves V out of its second term; this check has always
+        // printed it so, and it is only a diagnostic.
+        const double lA = m1 * f1 - lB / f1;
+        if (pairs == 0) {
+            ui.Console(fmt::sprintf("divisor = %f, traps = %f, mz1 = %f, freq1 = %f, mz2 = %f, freq2 = %f\n", d, V, m1,
+                                    f1, m2, f2));
+            ui.Console(fmt::sprintf("front half = %f, second half = %f.\n", front, second));
+        }
+        const double dA = std::fabs(spectrum.Aterm - lA), dB = std::fabs(spectrum.Bterm - lB);
+        ui.Console(fmt::sprintf("Line %i File Aterm = %f. File Bterm = %f. Local Aterm = %.6f. Local Bterm = %f. "
+                                "lAtermDelta = %f\n",
+                                static_cast<int>(i), spectrum.Aterm, spectrum.Bterm, lA, lB, dA));
+        if (dA > maxA) {
+            maxA = dA;
+            ratioA = spectrum.Aterm != 0.0 ? dA / std::fabs(spectrum.Aterm) : 0.0;
+        }
+        if (dB > maxB) {
+            maxB = dB;
+            ratioB = spectrum.Bterm != 0.0 ? dB / std::fabs(spectrum.Bterm) : 0.0;
+        }
+        ++pairs;
+    }
+    // The last label says "A" although it is the ratio of B; kept as printed.
+    ui.Console(fmt::sprintf("Maximum A term delta from file %f. Maximum delta A ratio %f. Maximum B term delta from "
+                            "file %f Maximum delta A ratio %f..\n",
+                            maxA, ratioA, maxB, ratioB));
+    return pairs;
+}
+
+void AddToCalTable(CalibrationPanel& panel, const Spectrum& spectrum, int peak_index, const WalkingRegion& region,
+                   double base) {
+    if (peak_index < 0 || static_cast<std::size_t>(peak_index) >= spectrum.peaks.size()) return;
+    const Peak& p = spectrum.peaks[static_cast<std::size_t>(peak_index)];
+    CalTableRow r;
+    r.number = peak_index + 1;
+    r.frequency = p.frequency;
+    r.theoretical = two_term(region.A, region.B, std::fabs(spectrum.Trapvoltage), p.frequency);
+    r.measured = p.mass;
+    r.error = 0.0;
+    r.abundance = p.abundance;
+    r.relabundance = base > 0.0 ? p.abundance / base : p.relabundance;
+    r.sn = p.sn;
+    panel.rows.push_back(r);
+    panel.CalPoints = static_cast<int>(panel.rows.size());
 }
 
 void set_magnetic_field(CalibrationPanel& panel, double tesla) {

@@ -177,6 +177,15 @@ std::string walking_csv_path(const std::string& datafile);
 // Returns 0, -1 after a message, or 1 when there is no walking table.
 int SaveWalkingCalasCSV(const Spectrum& spectrum, const std::string& path, Ui& ui);
 
+// ABRecalculate_callback: the stored A and B checked against the law of each
+// adjacent pair of peaks, printed on the console. Returns the number of pairs.
+int ABRecalculate(const Spectrum& spectrum, Ui& ui);
+
+// AddToCalTable: appends one row for the peak at peak_index (0-based) with the
+// mass of the given walking region's law at its frequency; sets CalPoints.
+void AddToCalTable(CalibrationPanel& panel, const Spectrum& spectrum, int peak_index, const WalkingRegion& region,
+                   double base);
+
 // Panel controls that act on their own.
 void set_magnetic_field(CalibrationPanel& panel, double tesla);
 void set_cal_a(CalibrationPanel& panel, double A);

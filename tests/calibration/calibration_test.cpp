@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 
 #include "calibration/calibration.hpp"
 #include "platform/ui.hpp"
@@ -441,6 +442,38 @@ TEST(Calibration, CsvLayoutsByteForByte) {
     s.walkingregions = 0;
     EXPECT_EQ(SaveWalkingCalasCSV(s, dir.file("none.csv"), ui), 1);
     EXPECT_FALSE(std::filesystem::exists(dir.file("none.csv")));
+}
+
+}  // namespace
+}  // namespace vx
+
+namespace vx {
+namespace {
+
+TEST(Calibration, CoefficientCheckAgainstPairsOfPeaks) {
+    // Peaks exactly on the spectrum's law with V = 1: every pair's own law is
+    // the spectrum's, so every delta is rounding only.
+    Spectrum s = spectrum_of({300.0, 450.0, 600.0}, 1.0);
+    RecordingUi ui;
+    EXPECT_EQ(ABRecalculate(s, ui), 2);
+    EXPECT_EQ(ui.console.rfind("divisor = ", 0), 0u);
+    EXPECT_NE(ui.console.find("\nfront half = "), std::string::npos);
+    EXPECT_NE(ui.console.find("Line 1 File Aterm = 47536770.867829. File Bterm = -3379711463.376564. Local Aterm = "),
+              std::string::npos);
+    const auto last = ui.console.rfind("Maximum A term delta from file ");
+    ASSERT_NE(last, std::string::npos);
+    double maxA = 1.0;
+    ASSERT_EQ(std::sscanf(ui.console.c_str() + last, "Maximum A term delta from file %lf", &maxA), 1);
+    EXPECT_LT(maxA, 1e-3);
+    EXPECT_NE(ui.console.find("Maximum delta A ratio", last + 40), std::string::npos);  // the B ratio's label
+
+    // With V = 2 the local A leaves V out: the printed delta shows it.
+    Spectrum v2 = spectrum_of({300.0, 450.0}, 2.0);
+    RecordingUi ui2;
+    EXPECT_EQ(ABRecalculate(v2, ui2), 1);
+    const auto at = ui2.console.rfind("Maximum A term delta from file ");
+    ASSERT_EQ(std::sscanf(ui2.console.c_str() + at, "Maximum A term delta from file %lf", &maxA), 1);
+    EXPECT_GT(maxA, 1.0);
 }
 
 }  // namespace
