@@ -295,30 +295,6 @@ TEST(Walking, LookupContinuesWithTheLastRowsLawAboveTheTable) {
     EXPECT_DOUBLE_EQ(at(s, 150.0), 100.0);
 }
 
-TEST(Walking, LookupToleranceAtStartAndEndEdgesDiffer) {
-    const double A = A0, B = B0;
-    // Rising rows with a gap between the first two, so that a start edge is
-    // not shadowed by the end edge of the row before it.
-    const WalkingRegion r0 = row(A, B, 100000.0, 150000.0, 1111.0, 1222.0);
-    const WalkingRegion r1 = row(A * 1.001, B, 160000.0, 200000.0, 2111.0, 2222.0);
-    const WalkingRegion r2 = row(A * 1.002, B, 200000.0, 250000.0, 3111.0, 3222.0);
-    Spectrum s = lookup_spectrum({r0, r1, r2});
-    s.Trapvoltage = 1.0;
-    struct Case {
-        double f, mass;
-    };
-    const Case cases[] = {
-        {150000.0 + 5e-7, 1222.0},                             // end edge: within 1e-6
-        {150000.0 + 2e-6, 150000.0 + 2e-6},                    // in no row: stays a frequency
-        {150000.0 - 9e-7, law(r0.A, B, 1.0, 150000.0 - 9e-7)}, // below the first end: first law
-        {160000.0 + 5e-8, 2111.0},                             // start edge: within 1e-7
-        {160000.0 + 5e-7, law(r1.A, B, 1.0, 160000.0 + 5e-7)}, // not within 1e-7: the law
-        {200000.0 - 5e-7, 2222.0},                             // end edge of row 1 from below
-        {200000.0 + 5e-8, law(r2.A, B, 1.0, 200000.0 + 5e-8)}, // above the last start: its law
-    };
-    for (const Case& c : cases) EXPECT_DOUBLE_EQ(at(s, c.f), c.mass) << c.f;
-}
-
 TEST(Walking, RematchRecallAndTheRecallTable) {
     Walk w;
     RecordingUi ui;
