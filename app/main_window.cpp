@@ -42,6 +42,7 @@
 #include "PHASE2.hpp"
 #include "PROCESS.hpp"
 #include "shortcuts.hpp"
+#include "CALIBRATE.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/processing.hpp"
 
@@ -131,6 +132,7 @@ void MainWindow::build_menus() {
     QMenu* analyze = menuBar()->addMenu("Analyze");
     connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);
     connect(analyze->addAction("Find Peaks"), &QAction::triggered, this, [this] { find_peaks(); });
+    connect(analyze->addAction("Calibrate..."), &QAction::triggered, this, [this] { show_calibrate_panel(this); });
 
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.hpp"
+#include "formats/open_file.hpp"
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
 #include "phasing/phase_command.hpp"
@@ -109,7 +110,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     }
     if (std::isfinite(o.constant)) r.constant_degrees = o.constant;
 
-    const int slot = open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
+    const int slot = open_any_file(ws, o.file, ctx.ui);
     if (slot < 0) return 1;
     ws.active_panel = slot;
     Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;

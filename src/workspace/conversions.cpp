@@ -248,8 +248,12 @@ void walking_impl(const Spectrum& s, std::span<const double> points, std::span<d
     const auto& w = s.walking;
 
     if (s.walkingterms == 2) {
-        // Rows ascend in frequency, each from its start to its end frequency.
-        // Outside the table the nearest end row's law extrapolates.
+        // The tests take the rows as ascending in frequency, each from its start
+        // to its end frequency, although a built table falls in frequency. Above
+        // the last row's start, that row's law replaces the value and the walk
+        // then goes on with the result; only below the first row's end does the
+        // first row's law end the lookup. Both orders are kept as they always
+        // were: stored tables and their masses depend on them.
         const WalkingRegion& first = w[0];
         const WalkingRegion& last = w[R - 1];
         for (std::size_t i = 0; i < n; ++i) {
@@ -258,23 +262,20 @@ void walking_impl(const Spectrum& s, std::span<const double> points, std::span<d
                 masses[i] = region_law(first, V, f);
                 continue;
             }
-            if (f > last.startfreq) {
-                masses[i] = region_law(last, V, f);
-                continue;
-            }
-            double x = f;  // a frequency in no row stays a frequency
+            double x = f;  // a value that no row takes stays as it is
+            if (f > last.startfreq) x = region_law(last, V, f);
             for (std::size_t r = 0; r < R; ++r) {
                 const WalkingRegion& row = w[r];
-                if (std::fabs(row.startfreq - f) < WALK_START_TOLERANCE) {
+                if (std::fabs(row.startfreq - x) < WALK_START_TOLERANCE) {
                     x = row.startmz;
                     break;
                 }
-                if (std::fabs(row.endfreq - f) < WALK_END_TOLERANCE) {
+                if (std::fabs(row.endfreq - x) < WALK_END_TOLERANCE) {
                     x = row.endmz;
                     break;
                 }
-                if (row.startfreq < f && f < row.endfreq) {
-                    x = region_law(row, V, f);
+                if (row.startfreq < x && x < row.endfreq) {
+                    x = region_law(row, V, x);
                     break;
                 }
             }
