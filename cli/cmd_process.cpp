@@ -9,6 +9,7 @@
 #include "commands.hpp"
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
+#include "platform/safe_file.hpp"
 #include "workspace/processing.hpp"
 
 namespace vx::cli {
@@ -71,6 +72,15 @@ int run_process(Context& ctx, const ProcessOptions& o) {
     if (export_kind_of(o.out) < 0) {
         ctx.ui.MessagePopup("Operator Error", fmt::format("The output name {} must end in .csv, .bin, .xy.bin or .wav.", o.out));
         return 1;
+    }
+    // The input is never replaced by its own spectrum, whatever the spelling of
+    // the two names (the negative-ion and imaginary-part siblings included).
+    for (const std::string& out : {o.out, sibling_name(o.out, "_negative_ions"), sibling_name(o.out, "_imaginary_part")}) {
+        if (same_file(o.file, out)) {
+            ctx.ui.MessagePopup("Operator Error",
+                                fmt::format("The output {} is the input file itself; choose another name.", out));
+            return 1;
+        }
     }
     if (ctx.load_settings() < 0) return 1;
     ctx.ui.default_confirm = o.overwrite;

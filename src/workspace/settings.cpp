@@ -1,10 +1,13 @@
 #include "workspace/settings.hpp"
 
+#include "platform/safe_file.hpp"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string_view>
 #include <thread>
 
@@ -61,8 +64,7 @@ int ensure_default_ini(const std::string& dir) {
     if (fs::exists(ini, ec)) return 0;
     const std::string temp = (fs::path(data_dir()) / "temp").string();
     fs::create_directories(temp, ec);
-    std::ofstream out(ini, std::ios::binary);
-    if (!out) return -1;
+    std::ostringstream out;
     out << "[Vantorix Analysis]\n"
         << "PLOTTOOL=\n"
         << "WINZIP=minizip\n"
@@ -74,7 +76,7 @@ int ensure_default_ini(const std::string& dir) {
         << "THRASHWINDOW=ON\n"
         << "QUICKZOOM=ON\n"
         << "FFTSPEED=OFF\n";
-    return out ? 0 : -1;
+    return write_file_atomically(ini.string(), out.str());
 }
 
 namespace {
