@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "commands.hpp"
+#include "formats/tulva_reader.hpp"
 #include "platform/safe_file.hpp"
 #include "platform/zip.hpp"
 
@@ -81,7 +82,7 @@ int run_unzip(Context& ctx, const UnzipOptions& o) {
                                           : o.dir;
     // The member replaces an existing file only once it inflated completely
     // and passed its CRC check (unzip1 writes beside the target first).
-    const int rc = unzip1(o.archive, dir, name);
+    const int rc = unzip1(o.archive, dir, name, MAX_ARCHIVE_MEMBER);
     if (rc != 0) {
         ctx.ui.MessagePopup("Error", "Cannot unzip file!");
         ctx.ui.Console(fmt::format("  ({}: {})\n", o.archive, unzip_error_text(rc)));

@@ -719,11 +719,6 @@ bool ends_with_Z(const std::string& path) {
     return path.size() >= 2 && path[path.size() - 2] == '.' && (path.back() == 'Z' || path.back() == 'z');
 }
 
-// The largest member a .Z archive of a data file may hold: the largest
-// transient the reader accepts, stored as floats, and room for its header. A
-// larger member is not a data file (or is an archive built to fill the disk).
-constexpr std::uint64_t MAX_ARCHIVE_MEMBER = static_cast<std::uint64_t>(MAX_DATACOUNT) * sizeof(float) + (1u << 20);
-
 // Unpacks a .Z archive into a file of the TEMP folder that has no name: it is
 // created under a unique name and unlinked at once, so neither a user's file
 // of the same name nor a second run is touched, and nothing is left behind

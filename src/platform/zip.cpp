@@ -135,6 +135,9 @@ int unzip1_into(const std::string& archive, std::FILE* out, std::uint64_t max_si
     // The CRC is compared by this close, and only after the whole member was read.
     if (unzCloseCurrentFile(uf) != UNZ_OK && result == UNZIP_OK) result = UNZIP_CLOSE_ERROR;
     unzClose(uf);
+    // minizip compares the CRC only when the announced size was reached; a
+    // member that ends early (or a size field that lies) is a damaged archive.
+    if (result == UNZIP_OK && written != info.uncompressed_size) result = UNZIP_READ_ERROR;
     if (result == UNZIP_OK && std::fflush(out) != 0) result = UNZIP_CANNOT_CREATE;
     return result;
 }
