@@ -2,6 +2,8 @@
 
 #include "platform/safe_file.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -80,14 +82,15 @@ int ensure_default_ini(const std::string& dir) {
 }
 
 namespace {
-// The TEMP check: a file "test" must be creatable in the folder.
+// The TEMP check: a file must be creatable in the folder. The probe gets a
+// unique name: a fixed one ("test") would truncate and delete a user's file of
+// that name when TEMP is a data folder.
 bool temp_writable(const std::string& folder) {
-    const fs::path test = fs::path(folder) / "test";
-    std::FILE* f = std::fopen(test.c_str(), "wb");
-    if (!f) return false;
-    std::fclose(f);
-    std::error_code ec;
-    fs::remove(test, ec);
+    std::string probe = (fs::path(folder) / ".vantorix-probe-XXXXXX").string();
+    const int fd = ::mkstemp(probe.data());
+    if (fd < 0) return false;
+    ::close(fd);
+    ::unlink(probe.c_str());
     return true;
 }
 }  // namespace

@@ -1,6 +1,5 @@
 #include "safety/safety_support.hpp"
 
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,6 +49,23 @@ void write_zip(const std::string& path, const MemberSpec& m) {
     zipClose(zf, nullptr);
 }
 
+namespace {
+
+// VmRSS or VmHWM of this process in bytes (from /proc/self/status).
+long long status_bytes(const char* key) {
+    std::FILE* f = std::fopen("/proc/self/status", "r");
+    if (!f) return -1;
+    char line[256];
+    long long kb = -1;
+    const std::size_t n = std::strlen(key);
+    while (std::fgets(line, sizeof line, f))
+        if (std::strncmp(line, key, n) == 0) kb = std::atoll(line + n + 1);
+    std::fclose(f);
+    return kb < 0 ? -1 : kb * 1024;
+}
+
+}  // namespace
+
 ChildResult run_in_child(const std::function<int()>& body) {
     int fds[2];
     ChildResult r;
@@ -57,11 +73,15 @@ ChildResult run_in_child(const std::function<int()>& body) {
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::close(fds[0]);
-        rusage before{}, after{};
-        ::getrusage(RUSAGE_SELF, &before);
+        // The peak a child inherits is its parent's; "5" resets it to the
+        // present size so that the peak below is the body's own.
+        if (std::FILE* c = std::fopen("/proc/self/clear_refs", "w")) {
+            std::fputs("5", c);
+            std::fclose(c);
+        }
+        const long long before = status_bytes("VmRSS:");
         const int verdict = body();
-        ::getrusage(RUSAGE_SELF, &after);
-        const long long growth = (after.ru_maxrss - before.ru_maxrss) * 1024LL;
+        const long long growth = status_bytes("VmHWM:") - before;
         if (::write(fds[1], &growth, sizeof growth) != sizeof growth) _exit(99);
         _exit(verdict);  // no destructors, no leak report of the parent's objects
     }
