@@ -80,7 +80,11 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
     }
 
     const int slot = open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
-    if (slot < 0) return 1;
+    if (slot < 0) {
+        // Some of the readers' messages do not say which file they mean.
+        std::cerr << o.file << ": not opened\n";
+        return 1;
+    }
     AnalysisPanel& p = ws.panels[static_cast<std::size_t>(slot)];
     Spectrum& s = p.spectrum;
     PeakTable table;

@@ -97,7 +97,11 @@ int run_process(Context& ctx, const ProcessOptions& o) {
     if (process_options_ok(ws, v, false, ctx.ui) < 0) return 1;
 
     const int slot = open_data_file(ws, o.file, FILETYPE_TULVA, read_tulva_into_slot, ctx.ui);
-    if (slot < 0) return 1;
+    if (slot < 0) {
+        // Some of the readers' messages do not say which file they mean.
+        std::cerr << o.file << ": not opened\n";
+        return 1;
+    }
 
     if (o.zero_out.size() == 2) {
         ws.panels[static_cast<std::size_t>(slot)].xmode = XMODE_POINT;  // positions are data points
