@@ -105,7 +105,9 @@ bool block_fits(std::FILE* f, const Spectrum& s, Storage st, std::size_t count, 
 }
 
 // Reads `count` samples of the block into out[0..count) (out already sized and
-// zeroed). A short block is not an error: the missing tail stays zero.
+// zeroed). The callers checked that the file holds the stored samples
+// (block_fits); whatever lies beyond them (the padding of the two padded
+// sizes) stays zero.
 void read_block(std::FILE* f, Storage st, std::size_t count, float scale, std::vector<float>& out,
                 std::vector<double>* doubles) {
     if (count > out.size()) count = out.size();
@@ -265,7 +267,11 @@ int read_sed_channel(Workspace& ws, std::FILE* f, Spectrum& first, const HeaderR
             break;
         }
     }
-    if (found && !block_fits(f, s, h.storage, static_cast<std::size_t>(s.datacount), ui)) return -2;
+    // A padded transient stores only storedcount samples per channel; the
+    // channel's read may run short by the padding, which stays zero.
+    const std::size_t stored = first.storedcount != 0 ? static_cast<std::size_t>(first.storedcount)
+                                                      : static_cast<std::size_t>(s.datacount);
+    if (found && !block_fits(f, s, h.storage, stored, ui)) return -2;
     alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
     if (found) {
         std::vector<double> d;
