@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
 #include "workspace/conversions.hpp"
 
@@ -621,7 +622,10 @@ void sum_scan(const std::string& scan, std::size_t index, bool selected, double 
               double& time) {
     sum = 0.0f;
     time = static_cast<double>(index);
-    std::ifstream in(replace_once(scan, ".Z", "_Z.pks"));
+    // A device or a pipe named in a scan list would be read without end.
+    const std::string list = replace_once(scan, ".Z", "_Z.pks");
+    if (!regular_file_size(list)) return;
+    std::ifstream in(list);
     if (!in) return;
     std::string line;
     if (!std::getline(in, line)) return;
