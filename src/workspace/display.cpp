@@ -629,7 +629,11 @@ void sum_scan(const std::string& scan, std::size_t index, bool selected, double 
     if (!in) return;
     std::string line;
     if (!std::getline(in, line)) return;
-    const long count = std::max(0L, static_cast<long>(number_at(line, 11)));
+    // The count is a number of the text: "inf", "1e300" or "nan" must not reach
+    // the conversion to an integer (undefined beyond its range). The rows
+    // themselves bound the loop below.
+    const double announced = number_at(line, 11);
+    const long count = announced >= 1.0 ? static_cast<long>(std::min(announced, 1.0e15)) : 0L;
     std::getline(in, line);
     std::getline(in, line);
     if (std::getline(in, line)) {
