@@ -90,7 +90,7 @@ TEST(CountBounds, ArchiveMembersBeyondTheBoundAreNeverUnpacked) {
     const std::string member = test::v4_file(1000);
     struct {
         const char* what;
-        test::MemberSpec spec;
+        test::ZipMember member;
         std::uint64_t bound;
         int expected;
     } cases[] = {
@@ -105,7 +105,7 @@ TEST(CountBounds, ArchiveMembersBeyondTheBoundAreNeverUnpacked) {
     for (auto& c : cases) {
         SCOPED_TRACE(c.what);
         const std::string archive = dir.file("a.dat.Z");
-        test::write_zip(archive, c.spec);
+        test::write_zip(archive, c.member);
         EXPECT_EQ(unzip1(archive, temp, "a.dat", c.bound), c.expected);
         EXPECT_TRUE(fs::is_empty(temp));
     }

@@ -44,23 +44,23 @@ TEST(LandedFaults, UnpackingNeverTouchesAFileOfTheArchivesNameInTemp) {
 }
 
 TEST(LandedFaults, ArchivesThatFailTheirChecksReplaceNothing) {
-    const std::string member = test::v4_file(512);
+    const std::string bytes = test::v4_file(512);
     struct Case {
         const char* what;
-        test::MemberSpec spec;
+        test::ZipMember member;
         bool reader_refuses;
     } cases[] = {
-        {"wrong CRC", {"s.dat", member, true, 0x1234u}, true},
-        {"member inflates beyond the bound (4 GiB announced)", {"s.dat", member, true, 0, 4ULL << 30}, true},
-        {"damaged deflate stream", {"s.dat", member, false, 0}, false},
+        {"wrong CRC", {"s.dat", bytes, true, 0x1234u}, true},
+        {"member inflates beyond the bound (4 GiB announced)", {"s.dat", bytes, true, 0, 4ULL << 30}, true},
+        {"stored member changed behind its CRC", {"s.dat", bytes, false, 0}, false},
     };
     for (auto& c : cases) {
         SCOPED_TRACE(c.what);
         Home h;
         const std::string old = "the s.dat that was here before";
         write_file(h.at("s.dat"), old);
-        test::write_zip(h.at("s.dat.Z"), c.spec);
-        if (!c.spec.deflate) {
+        test::write_zip(h.at("s.dat.Z"), c.member);
+        if (!c.member.deflate) {
             // A stored member whose bytes were changed behind its CRC.
             std::string z = read_file(h.at("s.dat.Z"));
             z[40] = static_cast<char>(z[40] ^ 0x55);

@@ -34,7 +34,7 @@ std::string raw_deflate(const std::string& in) {
 
 }  // namespace
 
-void write_zip(const std::string& path, const MemberSpec& m) {
+void write_zip(const std::string& path, const ZipMember& m) {
     zipFile zf = zipOpen64(path.c_str(), APPEND_STATUS_CREATE);
     if (!zf) throw std::runtime_error("zipOpen64 " + path);
     zip_fileinfo info{};

@@ -10,7 +10,7 @@
 
 namespace vx::test {
 
-struct MemberSpec {
+struct ZipMember {
     std::string name;
     std::string bytes;                  // the member's content
     bool deflate = true;
@@ -19,7 +19,7 @@ struct MemberSpec {
 };
 
 // Writes a one-member zip archive through minizip's raw mode.
-void write_zip(const std::string& path, const MemberSpec& m);
+void write_zip(const std::string& path, const ZipMember& m);
 
 // Runs body in a forked child and returns how much its peak resident memory
 // grew in bytes (negative when the child failed or died). body returns the
