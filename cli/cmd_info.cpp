@@ -82,7 +82,11 @@ int run_info(Context& ctx, const InfoOptions& o) {
     ws.settings_folder.clear();  // info does not touch the recent-file list
     const bool peak_list = is_peak_list(o.file);
     const int slot = open_any_file(ws, o.file, ctx.ui);
-    if (slot < 0) return 1;
+    if (slot < 0) {
+        // Some of the readers' messages do not say which file they mean.
+        std::cerr << o.file << ": not opened\n";
+        return 1;
+    }
 
     nlohmann::ordered_json out = spectrum_json(ws.panels[static_cast<std::size_t>(slot)].spectrum);
     if (peak_list) out["peaks"] = peaks_json(ws.panels[static_cast<std::size_t>(slot)].spectrum);

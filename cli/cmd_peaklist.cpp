@@ -18,7 +18,11 @@ struct PeaklistOptions {
 
 int run_peaklist(Context& ctx, const PeaklistOptions& o) {
     Spectrum s;
-    if (Get_Tulva_Peak_List(o.file, s, ctx.ui) < 0) return 1;
+    if (Get_Tulva_Peak_List(o.file, s, ctx.ui) < 0) {
+        // Some of the readers' messages do not say which file they mean.
+        std::cerr << o.file << ": not opened\n";
+        return 1;
+    }
     const double low = s.xvalues.empty() ? 0.0 : s.xvalues.front();
     const double high = s.xvalues.empty() ? 0.0 : s.xvalues.back();
     if (o.json) {

@@ -10,6 +10,7 @@
 #include "formats/spectrum_export.hpp"
 #include "formats/open_file.hpp"
 #include "formats/tulva_reader.hpp"
+#include "platform/safe_file.hpp"
 #include "workspace/processing.hpp"
 
 namespace vx::cli {
@@ -73,6 +74,15 @@ int run_process(Context& ctx, const ProcessOptions& o) {
         ctx.ui.MessagePopup("Operator Error", fmt::format("The output name {} must end in .csv, .bin, .xy.bin or .wav.", o.out));
         return 1;
     }
+    // The input is never replaced by its own spectrum, whatever the spelling of
+    // the two names (the negative-ion and imaginary-part siblings included).
+    for (const std::string& out : {o.out, sibling_name(o.out, "_negative_ions"), sibling_name(o.out, "_imaginary_part")}) {
+        if (same_file(o.file, out)) {
+            ctx.ui.MessagePopup("Operator Error",
+                                fmt::format("The output {} is the input file itself; choose another name.", out));
+            return 1;
+        }
+    }
     if (ctx.load_settings() < 0) return 1;
     ctx.ui.default_confirm = o.overwrite;
     Workspace& ws = ctx.ws;
@@ -88,7 +98,11 @@ int run_process(Context& ctx, const ProcessOptions& o) {
     if (process_options_ok(ws, v, false, ctx.ui) < 0) return 1;
 
     const int slot = open_any_file(ws, o.file, ctx.ui);
-    if (slot < 0) return 1;
+    if (slot < 0) {
+        // Some of the readers' messages do not say which file they mean.
+        std::cerr << o.file << ": not opened\n";
+        return 1;
+    }
 
     if (o.zero_out.size() == 2) {
         ws.panels[static_cast<std::size_t>(slot)].xmode = XMODE_POINT;  // positions are data points

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "commands.hpp"
+#include "platform/safe_file.hpp"
 #include "sim/simulator.hpp"
 
 namespace vx::cli {
@@ -28,6 +29,11 @@ int run_simulate(Context& ctx, SimulateOptions& o) {
     else if (o.detect == "heterodyne") o.p.detectmode = DETECT_POSITIVE_HETERODYNE;
     else if (o.detect == "quadrature") o.p.detectmode = DETECT_QUADRATURE;
     o.p.int_storage = o.storage == "int";
+    if (same_file(o.ions, o.out)) {
+        ctx.ui.MessagePopup("Operator Error",
+                            fmt::format("The output {} is the ion list itself; choose another name.", o.out));
+        return 1;
+    }
     std::vector<SimIon> ions;
     if (read_ion_list(o.ions, ions, ctx.ui) < 0) return 1;
     o.p.source_name = std::filesystem::path(o.ions).filename().string();

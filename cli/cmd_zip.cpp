@@ -3,7 +3,11 @@
 #include <filesystem>
 #include <iostream>
 
+#include <fmt/format.h>
+
 #include "commands.hpp"
+#include "formats/tulva_reader.hpp"
+#include "platform/safe_file.hpp"
 #include "platform/zip.hpp"
 
 namespace vx::cli {
@@ -14,6 +18,7 @@ namespace fs = std::filesystem;
 struct ZipOptions {
     std::vector<std::string> files;
     bool keep = false;
+    bool overwrite = false;
 };
 
 struct UnzipOptions {
@@ -22,22 +27,44 @@ struct UnzipOptions {
 };
 
 int run_zip(Context& ctx, const ZipOptions& o) {
+    ctx.ui.default_confirm = o.overwrite;
+    // Everything is checked before the first archive is written: a missing
+    // file, or one named twice (whatever the spelling), stops the command
+    // before any source is removed.
+    std::vector<std::string> files;
     for (const auto& file : o.files) {
-        std::error_code ec;
-        if (!fs::is_regular_file(file, ec)) {
+        if (!regular_file_size(file)) {
             ctx.ui.MessagePopup("Error", "Cannot zip file!");
-            std::cerr << "  (" << file << " is not a readable file)\n";
+            ctx.ui.Console(fmt::format("  ({} is not a readable file)\n", file));
             return 1;
         }
+        bool twice = false;
+        for (const auto& seen : files) twice = twice || same_file(seen, file);
+        if (twice) {
+            ctx.ui.MessagePopup("Error", "Cannot zip file!");
+            ctx.ui.Console(fmt::format("  ({} is named twice)\n", file));
+            return 1;
+        }
+        files.push_back(file);
+    }
+    for (const auto& file : files) {
         fs::path folder = fs::path(file).parent_path();
         if (folder.empty()) folder = ".";
+        const std::string archive = file + ".Z";
+        std::error_code ec;
+        if (fs::exists(archive, ec) &&
+            !ctx.ui.ConfirmPopup("File exists", fmt::format("The file {} exists. Overwrite this file?", archive))) {
+            ctx.ui.MessagePopup("Error", "Cannot zip file!");
+            ctx.ui.Console(fmt::format("  ({} exists; --overwrite replaces it)\n", archive));
+            return 1;
+        }
         if (zip1(file, folder.string()) != 0) {
             ctx.ui.MessagePopup("Error", "Cannot zip file!");
             return 1;
         }
         // The source goes only after its archive was written.
         if (!o.keep) fs::remove(file, ec);
-        std::cout << file << ".Z\n";
+        std::cout << archive << '\n';
     }
     ctx.ui.MessagePopup("Complete", "File Compressed.");
     return 0;
@@ -53,10 +80,12 @@ int run_unzip(Context& ctx, const UnzipOptions& o) {
                                                  ? std::string(".")
                                                  : fs::path(o.archive).parent_path().string())
                                           : o.dir;
-    const int rc = unzip1(o.archive, dir, name);
+    // The member replaces an existing file only once it inflated completely
+    // and passed its CRC check (unzip1 writes beside the target first).
+    const int rc = unzip1(o.archive, dir, name, MAX_ARCHIVE_MEMBER);
     if (rc != 0) {
         ctx.ui.MessagePopup("Error", "Cannot unzip file!");
-        std::cerr << "  (unzip result " << rc << ")\n";
+        ctx.ui.Console(fmt::format("  ({}: {})\n", o.archive, unzip_error_text(rc)));
         return 1;
     }
     std::cout << (fs::path(dir) / name).string() << '\n';
@@ -68,6 +97,7 @@ CommandRegistration reg_zip([](CLI::App& app, Context& ctx) {
     auto* sub = app.add_subcommand("zip", "Pack each file into FILE.Z beside it (the source is removed)");
     sub->add_option("files", o->files, "Files to pack")->required();
     sub->add_flag("--keep", o->keep, "Keep the source files");
+    sub->add_flag("--overwrite", o->overwrite, "Replace an existing FILE.Z");
     sub->callback([&ctx, o] { ctx.exit_code = run_zip(ctx, *o); });
 });
 

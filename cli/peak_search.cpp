@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iostream>
 
 #include <fmt/format.h>
 
@@ -110,7 +111,11 @@ int find_peaks_in_file(Context& ctx, const std::string& file, const PeakSearchOp
     }
 
     const int slot = open_any_file(ws, file, ctx.ui);
-    if (slot < 0) return -1;
+    if (slot < 0) {
+        // Some of the readers' messages do not say which file they mean.
+        std::cerr << file << ": not opened\n";
+        return -1;
+    }
     result.slot = slot;
     AnalysisPanel& p = ws.panels[static_cast<std::size_t>(slot)];
     Spectrum& s = p.spectrum;

@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include "platform/keyscan.hpp"
+#include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
 #include "workspace/conversions.hpp"
 
@@ -65,12 +66,11 @@ int write_text_file(const std::string& path, const std::string& text, Ui& ui) {
         ui.MessagePopup("File Error", "No file name for the peak list.");
         return -1;
     }
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    const std::string body = crlf(text);
-    if (out) out.write(body.data(), static_cast<std::streamsize>(body.size()));
-    out.close();
-    if (!out) {
-        ui.MessagePopup("File Error", fmt::format("Unable to write the peak list {}.", path));
+    // Written beside the target and renamed over it when complete, so a full
+    // disk leaves the previous list as it was.
+    std::string why;
+    if (write_file_atomically(path, crlf(text), &why) < 0) {
+        ui.MessagePopup("File Error", fmt::format("Unable to write the peak list {}: {}", path, why));
         return -1;
     }
     return 0;
@@ -319,14 +319,15 @@ int Get_Tulva_Peak_List(const std::string& given, Spectrum& s, Ui& ui) {
     std::string path = given;
     if (const int z = FindPattern(path, ".Z", false); z >= 0) path = path.substr(0, static_cast<std::size_t>(z)) + "_Z.pks";
 
-    std::FILE* f = std::fopen(path.c_str(), "rb");
+    // A directory, a device or a pipe is refused before reading: /dev/zero has
+    // no end and no line breaks.
+    const auto file_size = regular_file_size(path);
+    std::FILE* f = file_size ? std::fopen(path.c_str(), "rb") : nullptr;
     if (!f) {
         ui.MessagePopup("File Error", fmt::format("Unable to open the peak list {}.", path));
         return -1;
     }
-    std::error_code ec;
-    auto size = std::filesystem::file_size(path, ec);
-    if (ec) size = 0;
+    const std::uint64_t size = *file_size;
 
     std::string line;
     long n = 0;
@@ -339,9 +340,11 @@ int Get_Tulva_Peak_List(const std::string& given, Spectrum& s, Ui& ui) {
         low = real_at(line, 37 + k) - 1.0;
         high = real_at(line, 57 + k) + 1.0;
     }
-    // Every row takes at least six characters; a count beyond what the file
-    // could hold is damage, not a list.
-    if (static_cast<std::uintmax_t>(n) > size / 6 + 1) {
+    // Every row takes a line of at least six characters and its line break; a
+    // count beyond what the file could hold is damage, not a list, and is
+    // refused before the arrays for it are allocated. A list cut short within
+    // that bound still loads, its missing rows empty, as lists always have.
+    if (static_cast<std::uintmax_t>(n) > size / 7 + 1) {
         std::fclose(f);
         ui.MessagePopup("File Error", fmt::format("The peak list {} announces {} peaks, more than the file holds.", path, n));
         return -1;

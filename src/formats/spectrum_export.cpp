@@ -10,22 +10,30 @@
 #include <fmt/format.h>
 #include <fmt/printf.h>
 
+#include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
 
 namespace vx {
 
 namespace {
 
-struct FileCloser {
-    void operator()(std::FILE* f) const {
-        if (f) std::fclose(f);
-    }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+// Every export goes to a temporary file beside the target and replaces it only
+// when complete: a full disk never leaves half a spectrum under the real name.
+// An export never replaces the data file its spectrum was read from.
+using File = std::unique_ptr<AtomicFile>;
 
-File open_for_writing(const std::string& path, Ui& ui) {
-    File f(std::fopen(path.c_str(), "wb"));
-    if (!f) ui.MessagePopup("File Output Error", fmt::format("Cannot write the file {}.", path));
+File open_for_writing(const Spectrum& s, const std::string& path, Ui& ui) {
+    if (!s.filename.empty() && same_file(path, s.filename)) {
+        ui.MessagePopup("File Output Error",
+                        fmt::format("The file {} is the data file of this spectrum; choose another name.", path));
+        return nullptr;
+    }
+    auto f = std::make_unique<AtomicFile>(path);
+    if (!f->ok()) {
+        ui.MessagePopup("File Output Error", fmt::format("Cannot write the file {}.", path));
+        ui.Console(f->error() + "\n");
+        return nullptr;
+    }
     return f;
 }
 
@@ -54,8 +62,9 @@ private:
 };
 
 int finish(File& f, bool ok, const std::string& path, Ui& ui) {
-    if (std::fflush(f.get()) != 0 || std::ferror(f.get()) || !ok) {
-        ui.MessagePopup("File Output Error", fmt::format("Writing the file {} failed.", path));
+    if (!ok || f->commit() != 0) {
+        const std::string why = f->error().empty() ? std::string() : ": " + f->error();
+        ui.MessagePopup("File Output Error", fmt::format("Writing the file {} failed{}.", path, why));
         return -1;
     }
     return 0;
@@ -82,11 +91,11 @@ bool has_active(const Workspace& ws) {
 }  // namespace
 
 int write_spectrum_text(const Spectrum& s, const std::string& path, Ui& ui) {
-    File f = open_for_writing(path, ui);
+    File f = open_for_writing(s, path, ui);
     if (!f) return -1;
     const std::size_t n = count_of(s);
     const float scale = 1.0f;
-    TextOut out(f.get());
+    TextOut out(f->file());
     if (s.detectmode == DETECT_QUADRATURE) {
         out.put(fmt::sprintf("Number of Points: %d\n", s.datacount / 2));
         out.put(fmt::sprintf("Bandwidth: %.15f\n", s.dbandwidth));
@@ -125,19 +134,19 @@ int write_spectrum_text(const Spectrum& s, const std::string& path, Ui& ui) {
 }
 
 int write_spectrum_binary(const Spectrum& s, const std::string& path, Ui& ui) {
-    File f = open_for_writing(path, ui);
+    File f = open_for_writing(s, path, ui);
     if (!f) return -1;
     const std::size_t n = count_of(s);
-    const bool ok = std::fwrite(s.data.data(), sizeof(float), n, f.get()) == n;
+    const bool ok = std::fwrite(s.data.data(), sizeof(float), n, f->file()) == n;
     return finish(f, ok, path, ui);
 }
 
 int write_spectrum_block(const Spectrum& s, const std::string& path, Ui& ui) {
-    File f = open_for_writing(path, ui);
+    File f = open_for_writing(s, path, ui);
     if (!f) return -1;
     const std::size_t n = count_of(s);
     const std::int32_t header[5] = {static_cast<std::int32_t>(n), 0, 0, 0, 0};
-    bool ok = std::fwrite(header, sizeof(header), 1, f.get()) == 1;
+    bool ok = std::fwrite(header, sizeof(header), 1, f->file()) == 1;
     std::vector<float> masses(n);
     const double hz = s.datacount != 0 ? s.dbandwidth / s.datacount : 0.0;
     if (n > 0) masses[0] = 100000.0f;
@@ -146,18 +155,18 @@ int write_spectrum_block(const Spectrum& s, const std::string& path, Ui& ui) {
         const double m = s.Aterm / fr + s.Bterm / (fr * fr);
         masses[i] = static_cast<float>(m < 0.0 ? 100000.0 : m);
     }
-    ok = ok && std::fwrite(masses.data(), sizeof(float), n, f.get()) == n;
-    ok = ok && std::fwrite(s.data.data(), sizeof(float), n, f.get()) == n;
+    ok = ok && std::fwrite(masses.data(), sizeof(float), n, f->file()) == n;
+    ok = ok && std::fwrite(s.data.data(), sizeof(float), n, f->file()) == n;
     return finish(f, ok, path, ui);
 }
 
 int write_wave_file(const Spectrum& s, const std::string& path, Ui& ui) {
-    File f = open_for_writing(path, ui);
+    File f = open_for_writing(s, path, ui);
     if (!f) return -1;
     {
         // A fixed text header, full stops and all, written through a text-mode
         // file; sound programs do not take it, and that is the format.
-        TextOut out(f.get());
+        TextOut out(f->file());
         out.put("RIFF");
         out.put(".;..");
         out.put("WAVEfmt.");
@@ -166,7 +175,7 @@ int write_wave_file(const Spectrum& s, const std::string& path, Ui& ui) {
         if (out.failed()) return finish(f, false, path, ui);
     }
     const std::size_t n = count_of(s);
-    const bool ok = std::fwrite(s.data.data(), sizeof(float), n, f.get()) == n;
+    const bool ok = std::fwrite(s.data.data(), sizeof(float), n, f->file()) == n;
     return finish(f, ok, path, ui);
 }
 

@@ -1,5 +1,8 @@
 #include "formats/tulva_reader.hpp"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <bit>
 #include <cmath>
 #include <filesystem>
@@ -9,6 +12,7 @@
 #include <fmt/format.h>
 
 #include "platform/keyscan.hpp"
+#include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
 #include "platform/zip.hpp"
 
@@ -74,8 +78,36 @@ void set_datacount(Spectrum& s, std::int64_t value, bool padded_rule) {
     }
 }
 
+std::uint64_t bytes_per_sample(Storage st) {
+    return st == Storage::Int ? 2 : st == Storage::Float ? 4 : 8;
+}
+
+// Bytes from the current position to the end of the file.
+std::uint64_t bytes_left(std::FILE* f) {
+    struct stat st {};
+    const long here = std::ftell(f);
+    if (here < 0 || ::fstat(::fileno(f), &st) != 0 || st.st_size <= here) return 0;
+    return static_cast<std::uint64_t>(st.st_size - here);
+}
+
+// The announced block must be in the file before its array is allocated: a
+// header that claims more samples than the file holds is damage (a cut-off
+// transfer or a wrong count), refused with the file's name instead of read
+// into a zero tail or an allocation no file backs.
+bool block_fits(std::FILE* f, const Spectrum& s, Storage st, std::size_t count, Ui& ui) {
+    const std::uint64_t need = static_cast<std::uint64_t>(count) * bytes_per_sample(st);
+    const std::uint64_t left = bytes_left(f);
+    if (need <= left) return true;
+    ui.MessagePopup(FILE_INPUT_ERROR,
+                    fmt::format("The file {} ends before its data: {} samples need {} bytes, the file holds {}.",
+                                s.filename, count, need, left));
+    return false;
+}
+
 // Reads `count` samples of the block into out[0..count) (out already sized and
-// zeroed). A short block is not an error: the missing tail stays zero.
+// zeroed). The callers checked that the file holds the stored samples
+// (block_fits); whatever lies beyond them (the padding of the two padded
+// sizes) stays zero.
 void read_block(std::FILE* f, Storage st, std::size_t count, float scale, std::vector<float>& out,
                 std::vector<double>* doubles) {
     if (count > out.size()) count = out.size();
@@ -209,7 +241,8 @@ int slot_of(const Workspace& ws, const Spectrum& s) {
 }
 
 // Reads one further SED channel: skip to its section marker, reserve a slot,
-// copy the header and read the block. Returns the slot or -1.
+// copy the header and read the block. Returns the slot, -1 without a free
+// slot, or -2 when the file cannot hold the block (after the message).
 int read_sed_channel(Workspace& ws, std::FILE* f, Spectrum& first, const HeaderResult& h, Gen gen,
                      std::string_view section, Ui& ui, bool third) {
     const int slot = Get_New_Panel(ws);
@@ -234,6 +267,11 @@ int read_sed_channel(Workspace& ws, std::FILE* f, Spectrum& first, const HeaderR
             break;
         }
     }
+    // A padded transient stores only storedcount samples per channel; the
+    // channel's read may run short by the padding, which stays zero.
+    const std::size_t stored = first.storedcount != 0 ? static_cast<std::size_t>(first.storedcount)
+                                                      : static_cast<std::size_t>(s.datacount);
+    if (found && !block_fits(f, s, h.storage, stored, ui)) return -2;
     alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
     if (found) {
         std::vector<double> d;
@@ -250,6 +288,9 @@ int finish_header(Workspace& ws, std::FILE* f, Spectrum& s, const HeaderResult& 
                   Ui& ui) {
     if (!valid_count(s, ui)) return -1;
     const bool sed = ws.sed_mode != 0 || h.sed2;
+    const std::size_t stored = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
+                                                  : static_cast<std::size_t>(s.datacount);
+    if (!block_fits(f, s, h.storage, stored, ui)) return -1;
     alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
 
     if (!sed) {
@@ -272,22 +313,22 @@ int finish_header(Workspace& ws, std::FILE* f, Spectrum& s, const HeaderResult& 
     const int first_slot = slot_of(ws, s);
     ws.phased_data = first_slot;
     if (first_slot >= 0) Initialize_Display(ws, first_slot);
-    read_sed_channel(ws, f, s, h, gen, "SED Data:", ui, false);
+    int rc = read_sed_channel(ws, f, s, h, gen, "SED Data:", ui, false) == -2 ? -1 : 0;
     if (h.storage == Storage::Double) ws.sed_mode = 0;
-    if (h.sed2 && gen == Gen::V4) read_sed_channel(ws, f, s, h, gen, "SED Data2:", ui, true);
+    if (rc == 0 && h.sed2 && gen == Gen::V4 && read_sed_channel(ws, f, s, h, gen, "SED Data2:", ui, true) == -2)
+        rc = -1;
     if (first_slot >= 0) ws.active_panel = first_slot;
-    return 0;
+    return rc;
 }
 
 // One block and nothing more: the explicit channel readers.
 int read_single_block(std::FILE* f, Spectrum& s, const HeaderResult& h, Ui& ui) {
     if (!valid_count(s, ui)) return -1;
+    const std::size_t n = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
+                                             : static_cast<std::size_t>(s.datacount);
+    if (!block_fits(f, s, h.storage, n, ui)) return -1;
     alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
-    if (h.storage != Storage::Double) {
-        const std::size_t n = s.storedcount != 0 ? static_cast<std::size_t>(s.storedcount)
-                                                 : static_cast<std::size_t>(s.datacount);
-        read_block(f, h.storage, n, h.scale, s.data, nullptr);
-    }
+    if (h.storage != Storage::Double) read_block(f, h.storage, n, h.scale, s.data, nullptr);
     return 0;
 }
 
@@ -298,6 +339,7 @@ int read_float_block(std::FILE* f, Spectrum& s, Ui& ui) {
         valid_count(s, ui);
         return -1;
     }
+    if (!block_fits(f, s, Storage::Float, static_cast<std::size_t>(s.datacount), ui)) return -1;
     alloc_samples(s.data, static_cast<std::size_t>(s.datacount));
     read_block(f, Storage::Float, s.data.size(), 1.0f, s.data, nullptr);
     return 0;
@@ -683,52 +725,62 @@ bool ends_with_Z(const std::string& path) {
     return path.size() >= 2 && path[path.size() - 2] == '.' && (path.back() == 'Z' || path.back() == 'z');
 }
 
-// Unpacks a .Z archive into the TEMP folder; returns the unpacked path, or "" after the message.
-std::string unpack_Z(const Workspace& ws, const std::string& path, Ui& ui) {
-    const fs::path temp = ws.settings.TEMP;
-    const fs::path copy = temp / "temp.TULVA.Z";
-    std::error_code ec;
-    bool ok = !ws.settings.TEMP.empty() && fs::copy_file(path, copy, fs::copy_options::overwrite_existing, ec);
-    std::string base;
-    if (ok) {
-        const auto sep = path.find_last_of("/\\");
-        base = path.substr(sep == std::string::npos ? 0 : sep + 1);
-        base = base.substr(0, base.size() - 2);
-        ok = !base.empty() && unzip1(copy.string(), temp.string(), base) == UNZIP_OK;
+// Unpacks a .Z archive into a file of the TEMP folder that has no name: it is
+// created under a unique name and unlinked at once, so neither a user's file
+// of the same name nor a second run is touched, and nothing is left behind
+// whatever way the read ends. Returns the file positioned at its start, or
+// nullptr after the message.
+std::FILE* unpack_Z(const Workspace& ws, const std::string& path, Ui& ui) {
+    std::FILE* out = nullptr;
+    int rc = UNZIP_CANNOT_CREATE;
+    if (!ws.settings.TEMP.empty()) {
+        std::string pattern = (fs::path(ws.settings.TEMP) / ".vantorix-unzip-XXXXXX").string();
+        const int fd = ::mkstemp(pattern.data());
+        if (fd >= 0) {
+            ::unlink(pattern.c_str());
+            out = ::fdopen(fd, "w+b");
+            if (!out) ::close(fd);
+        }
     }
-    if (!ok) {
+    if (out) rc = unzip1_into(path, out, MAX_ARCHIVE_MEMBER);
+    if (rc != UNZIP_OK) {
+        if (out) std::fclose(out);
         ui.MessagePopup("Error", "Cannot unzip file!");
-        return {};
+        ui.Console(fmt::format("{}: {}\n", path, unzip_error_text(rc)));
+        return nullptr;
     }
-    return (temp / base).string();
+    std::rewind(out);
+    return out;
 }
 
 struct Opened {
     std::FILE* f = nullptr;
-    std::string working;
     std::string signature;
 };
 
-// Resolves .Z, opens the file and reads its signature line; "" working on failure.
+// Resolves .Z, opens the file and reads its signature line.
 int open_tulva(const Workspace& ws, const std::string& path, Opened& o, Ui& ui) {
-    o.working = path;
-    if (!ws.settings.WINZIP.empty() && ends_with_Z(path)) {
-        o.working = unpack_Z(ws, path, ui);
-        if (o.working.empty()) return -1;
+    // A directory, a device or a pipe is refused before reading: /dev/zero has
+    // no end, and a folder is not a damaged data file.
+    if (!regular_file_size(path)) {
+        std::error_code ec;
+        ui.MessagePopup(FILE_INPUT_ERROR, fs::is_directory(path, ec)
+                                              ? fmt::format("{} is a folder, not a data file.", path)
+                                              : fmt::format("Cannot open the file {}.", path));
+        return -1;
     }
-    o.f = std::fopen(o.working.c_str(), "rb");
+    if (!ws.settings.WINZIP.empty() && ends_with_Z(path)) {
+        o.f = unpack_Z(ws, path, ui);
+        if (!o.f) return -1;
+    } else {
+        o.f = std::fopen(path.c_str(), "rb");
+    }
     if (!o.f) {
-        ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("Cannot open the file {}.", o.working));
-        if (o.working != path) fs::remove(o.working);
+        ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("Cannot open the file {}.", path));
         return -1;
     }
     if (Get_Next_Line(o.f, o.signature) < 0) o.signature.clear();
     return 0;
-}
-
-void remove_unpacked(const Opened& o, const std::string& path) {
-    std::error_code ec;
-    if (o.working != path) fs::remove(o.working, ec);
 }
 
 int read_frequency_v10(Workspace&, std::FILE*, Spectrum&, Ui& ui) {
@@ -784,9 +836,7 @@ int Get_Tulva_Data(Workspace& ws, const std::string& path, Spectrum& s, Ui& ui) 
             ui.MessagePopup(FILE_INPUT_ERROR, NOT_VALID);
             rc = -1;
             break;
-        case Family::Swift:
-            // Returns without removing an unpacked copy, as it always has.
-            return Get_Tulva_Data_v30_impl(ws, o.f, s, ui, V3Variant{});
+        case Family::Swift: rc = Get_Tulva_Data_v30_impl(ws, o.f, s, ui, V3Variant{}); break;
         case Family::V20: rc = Get_Tulva_Data_v20_impl(o.f, s, ui, "Data:"); break;
         case Family::V30: rc = Get_Tulva_Data_v30_impl(ws, o.f, s, ui, V3Variant{}); break;
         case Family::V40: rc = Get_Tulva_Data_v40_impl(ws, o.f, s, ui, V4Variant{}); break;
@@ -800,7 +850,6 @@ int Get_Tulva_Data(Workspace& ws, const std::string& path, Spectrum& s, Ui& ui) 
             }
             break;
     }
-    remove_unpacked(o, path);
     return rc;
 }
 
@@ -843,7 +892,6 @@ int sed_entry(Workspace& ws, const std::string& path, Spectrum& s, Ui& ui, std::
         case Family::Freq10: rc = read_frequency_v10(ws, o.f, s, ui); break;
         case Family::Legacy: rc = legacy_reader(o.f, s, ui, o.signature, legacy_marker, false); break;
     }
-    remove_unpacked(o, path);
     return rc;
 }
 }  // namespace

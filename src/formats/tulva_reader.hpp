@@ -5,6 +5,7 @@
 // its own table of keys, matched by substring search on each line.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -42,5 +43,12 @@ int Get_Next_LineExt(std::FILE* f, std::string& line, int& skipped);
 // Largest sample count a header may ask for; a larger one is refused with a
 // message instead of an allocation that cannot be backed by any real file.
 inline constexpr long long MAX_DATACOUNT = 1LL << 28;
+
+// The largest file a .Z archive of a data file may hold: the largest transient
+// the reader accepts, stored as floats, and room for its header. A larger
+// member is no data file (or an archive built to fill the disk) and is refused
+// before it is unpacked.
+inline constexpr std::uint64_t MAX_ARCHIVE_MEMBER =
+    static_cast<std::uint64_t>(MAX_DATACOUNT) * sizeof(float) + (std::uint64_t{1} << 20);
 
 }  // namespace vx

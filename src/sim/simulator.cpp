@@ -1,5 +1,7 @@
 #include "sim/simulator.hpp"
 
+#include "platform/safe_file.hpp"
+
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -118,8 +120,10 @@ Detected detected_of(const SimParameters& p, const SimIon& ion, double f) {
 
 int read_ion_list(const std::string& path, std::vector<SimIon>& ions, Ui& ui) {
     ions.clear();
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    // A device or a pipe (/dev/zero) would be read without end.
+    std::ifstream in;
+    if (regular_file_size(path)) in.open(path, std::ios::binary);
+    if (!in.is_open() || !in) {
         ui.MessagePopup(ION_LIST_ERROR, fmt::format("Cannot open the ion list {}.", path));
         return -1;
     }
@@ -389,12 +393,13 @@ int write_simulated_file(const std::string& path, const SimParameters& p, const 
         scale = peak > 0.0f ? static_cast<double>(peak) / 32000.0 : 1.0;
     }
     const std::string header = simulated_header(p, ions, scale);
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(std::fopen(path.c_str(), "wb"), std::fclose);
-    if (!f) {
-        ui.MessagePopup(SIM_ERROR, fmt::format("Cannot write the file {}.", path));
+    // Written beside the target and renamed over it when complete.
+    AtomicFile f(path);
+    if (!f.ok()) {
+        ui.MessagePopup(SIM_ERROR, fmt::format("Cannot write the file {}: {}", path, f.error()));
         return -1;
     }
-    bool ok = std::fwrite(header.data(), 1, header.size(), f.get()) == header.size();
+    bool ok = f.write(header);
     if (p.int_storage) {
         std::vector<std::int16_t> counts(v.size());
         std::size_t clipped = 0;
@@ -405,12 +410,12 @@ int write_simulated_file(const std::string& path, const SimParameters& p, const 
         }
         if (clipped)
             ui.Console(fmt::format("note: {} samples were clipped to the int16 range at {} V per count\n", clipped, scale));
-        ok = ok && std::fwrite(counts.data(), sizeof(std::int16_t), counts.size(), f.get()) == counts.size();
+        ok = ok && f.write(counts.data(), counts.size() * sizeof(std::int16_t));
     } else {
-        ok = ok && std::fwrite(v.data(), sizeof(float), v.size(), f.get()) == v.size();
+        ok = ok && f.write(v.data(), v.size() * sizeof(float));
     }
-    if (!ok || std::fflush(f.get()) != 0) {
-        ui.MessagePopup(SIM_ERROR, fmt::format("Writing the file {} failed.", path));
+    if (!ok || f.commit() != 0) {
+        ui.MessagePopup(SIM_ERROR, fmt::format("Writing the file {} failed: {}", path, f.error()));
         return -1;
     }
     return 0;

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
 #include "workspace/conversions.hpp"
 
@@ -623,11 +624,18 @@ void sum_scan(const std::string& scan, std::size_t index, bool selected, double 
               double& time) {
     sum = 0.0f;
     time = static_cast<double>(index);
-    std::ifstream in(replace_once(scan, ".Z", "_Z.pks"));
+    // A device or a pipe named in a scan list would be read without end.
+    const std::string list = replace_once(scan, ".Z", "_Z.pks");
+    if (!regular_file_size(list)) return;
+    std::ifstream in(list);
     if (!in) return;
     std::string line;
     if (!std::getline(in, line)) return;
-    const long count = std::max(0L, static_cast<long>(number_at(line, 11)));
+    // The count is a number of the text: "inf", "1e300" or "nan" must not reach
+    // the conversion to an integer (undefined beyond its range). The rows
+    // themselves bound the loop below.
+    const double announced = number_at(line, 11);
+    const long count = announced >= 1.0 ? static_cast<long>(std::min(announced, 1.0e15)) : 0L;
     std::getline(in, line);
     std::getline(in, line);
     if (std::getline(in, line)) {

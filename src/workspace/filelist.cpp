@@ -2,8 +2,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "platform/keyscan.hpp"
+#include "platform/safe_file.hpp"
 
 namespace vx {
 
@@ -34,15 +36,15 @@ RecentFiles read_file_list(const std::string& dir) {
 int write_file_list(const std::string& dir, const RecentFiles& list) {
     std::error_code ec;
     fs::create_directories(dir, ec);
-    std::ofstream out(fs::path(dir) / "tulva.ini", std::ios::binary);
-    if (!out) return -1;
+    // Replaced whole, never rewritten in place: a full disk keeps the old list.
+    std::ostringstream out;
     out << "NUMFILE=" << list.count << "\n";
     for (int i = 0; i < RECENT_FILES; ++i) {
         const std::string& name = static_cast<std::size_t>(i) < list.names.size() ? list.names[static_cast<std::size_t>(i)]
                                                                                 : std::string();
         out << "FILE" << (i + 1) << "=" << name << "\n";
     }
-    return out ? 0 : -1;
+    return write_file_atomically((fs::path(dir) / "tulva.ini").string(), out.str());
 }
 
 RecentFiles FileList(const std::string& dir) {

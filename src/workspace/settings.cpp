@@ -1,10 +1,15 @@
 #include "workspace/settings.hpp"
 
+#include "platform/safe_file.hpp"
+
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string_view>
 #include <thread>
 
@@ -61,8 +66,7 @@ int ensure_default_ini(const std::string& dir) {
     if (fs::exists(ini, ec)) return 0;
     const std::string temp = (fs::path(data_dir()) / "temp").string();
     fs::create_directories(temp, ec);
-    std::ofstream out(ini, std::ios::binary);
-    if (!out) return -1;
+    std::ostringstream out;
     out << "[Vantorix Analysis]\n"
         << "PLOTTOOL=\n"
         << "WINZIP=minizip\n"
@@ -74,18 +78,19 @@ int ensure_default_ini(const std::string& dir) {
         << "THRASHWINDOW=ON\n"
         << "QUICKZOOM=ON\n"
         << "FFTSPEED=OFF\n";
-    return out ? 0 : -1;
+    return write_file_atomically(ini.string(), out.str());
 }
 
 namespace {
-// The TEMP check: a file "test" must be creatable in the folder.
+// The TEMP check: a file must be creatable in the folder. The probe gets a
+// unique name: a fixed one ("test") would truncate and delete a user's file of
+// that name when TEMP is a data folder.
 bool temp_writable(const std::string& folder) {
-    const fs::path test = fs::path(folder) / "test";
-    std::FILE* f = std::fopen(test.c_str(), "wb");
-    if (!f) return false;
-    std::fclose(f);
-    std::error_code ec;
-    fs::remove(test, ec);
+    std::string probe = (fs::path(folder) / ".vantorix-probe-XXXXXX").string();
+    const int fd = ::mkstemp(probe.data());
+    if (fd < 0) return false;
+    ::close(fd);
+    ::unlink(probe.c_str());
     return true;
 }
 }  // namespace
