@@ -21,6 +21,7 @@
 #include "formats/tulva_reader.hpp"
 #include "peaks/find_peaks.hpp"
 #include "platform/safe_file.hpp"
+#include "sim/formula_list.hpp"
 #include "workspace/conversions.hpp"
 #include "workspace/processing.hpp"
 
@@ -261,6 +262,7 @@ struct AssignCliOptions {
     double series_ppm = 1.0;
     double assign_sn = 3.0;
     int repair = 2;
+    bool test_peak_score = false;
 };
 
 int run_assign(Context& ctx, const AssignCliOptions& o) {
@@ -268,6 +270,7 @@ int run_assign(Context& ctx, const AssignCliOptions& o) {
     FormulaSettings st;
     if (settings_from(ctx, o.search, st) < 0) return 1;
     st.ASSIGN_SN = o.assign_sn;
+    st.series_fit = !o.test_peak_score;
     // The per-member notes of errors above the tolerance are for the desktop
     // console; the table carries every error.
     st.IGNOREOVERS = true;
@@ -307,7 +310,66 @@ int run_assign(Context& ctx, const AssignCliOptions& o) {
     return 0;
 }
 
+// ---------------------------------------------------------------- simulate-formulas
+
+struct SimFormulaOptions {
+    FormulaListParameters p;
+    std::string out;
+    std::string classes = "cho,chon,chos";
+    std::string mode = "neg";
+};
+
+int run_simulate_formulas(Context& ctx, SimFormulaOptions o) {
+    o.p.cho = o.p.chon = o.p.chos = false;
+    bool bad_class = false;
+    std::size_t at = 0;
+    while (at <= o.classes.size()) {
+        std::size_t end = o.classes.find(',', at);
+        if (end == std::string::npos) end = o.classes.size();
+        const std::string c = o.classes.substr(at, end - at);
+        if (c == "cho") o.p.cho = true;
+        else if (c == "chon") o.p.chon = true;
+        else if (c == "chos") o.p.chos = true;
+        else if (!c.empty()) bad_class = true;
+        at = end + 1;
+    }
+    const auto mode = parse_charge_mode(o.mode);
+    if (!mode || *mode == ChargeMode::NEU || bad_class || (!o.p.cho && !o.p.chon && !o.p.chos) || o.p.count <= 0 ||
+        o.p.count > 1000000 || !(o.p.max_error_ppm >= 0.0)) {
+        ctx.ui.MessagePopup("Operator Error",
+                            "simulate-formulas needs --mode pos or neg, --classes from cho,chon,chos, a count of 1 to "
+                            "1000000 and an error of 0 ppm or more.");
+        return 1;
+    }
+    o.p.charge_sign = *mode == ChargeMode::POS ? 1 : -1;
+    const auto peaks = simulate_formula_list(o.p);
+    const std::string csv = formula_list_csv(peaks);
+    if (o.out.empty()) {
+        std::cout << csv;
+        return 0;
+    }
+    std::string error;
+    if (write_file_atomically(o.out, csv, &error) < 0) {
+        ctx.ui.MessagePopup("File Error", fmt::format("{} cannot be written: {}", o.out, error));
+        return 1;
+    }
+    std::cout << fmt::format("{} peaks of known formulas written to {}\n", peaks.size(), o.out);
+    return 0;
+}
+
 CommandRegistration reg([](CLI::App& app, Context& ctx) {
+    {
+        auto o = std::make_shared<SimFormulaOptions>();
+        auto* sub = app.add_subcommand("simulate-formulas",
+                                       "Write a peak list (CSV) of known CHO/CHON/CHOS formulas in CH2 series");
+        sub->add_option("-o,--output", o->out, "CSV file (mz,intensity,formula); standard output without");
+        sub->add_option("--count", o->p.count, "Number of peaks (default 5000)");
+        sub->add_option("--seed", o->p.seed, "Random seed (default 1)");
+        sub->add_option("--error-ppm", o->p.max_error_ppm, "Largest mass perturbation in ppm (default 0.3)");
+        sub->add_option("--classes", o->classes, "Any of cho,chon,chos (default all three)");
+        sub->add_option("--mode", o->mode, "neg: [M-H]- (default), pos: [M+H]+");
+        sub->callback([&ctx, o] { ctx.exit_code = run_simulate_formulas(ctx, *o); });
+    }
     {
         auto o = std::make_shared<FormulaOptions>();
         auto* sub = app.add_subcommand("formula", "Every elemental composition of each mass within the tolerance");
@@ -336,6 +398,9 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
                         "S/N a series member needs to be the test peak (default 3; else the most abundant member)");
         sub->add_option("--repair", o->repair,
                         "Search again series of at least this many members left without a hit (default 2; 0 off)");
+        sub->add_flag("--test-peak-score", o->test_peak_score,
+                      "Keep the lowest-score candidate of the test peak alone, as the desktop's multi-peak calculator "
+                      "does (default: the candidate that fits the most series members)");
         sub->callback([&ctx, o] { ctx.exit_code = run_assign(ctx, *o); });
     }
 });

@@ -471,6 +471,7 @@ int find_masses(double test_mass, int peak_index, double ppm, int oddeven, int m
     FormulaHit best;
     bool kept = false;
     int hits = 0;
+    std::vector<FormulaHit> candidates;  // for series_fit
     auto visit = [&](const ElementCounts& c, double cand) {
         Judged j = judge(settings, w, c, cand, 0.00001, topdown);
         if (!j.accepted) return;
@@ -499,7 +500,11 @@ int find_masses(double test_mass, int peak_index, double ppm, int oddeven, int m
                 kept = true;
             }
         }
-        if (j.score != -1.0) ++hits;
+        if (j.score != -1.0) {
+            ++hits;
+            if (settings.series_fit && j.score > -1.0)
+                candidates.push_back(FormulaHit{c, cand, j.ppm, j.dbe, j.score, c[7] * 100 + c[6]});
+        }
     };
     if (prep == 0) {
         Walker<decltype(visit)> walker(w, visit);
@@ -507,6 +512,29 @@ int find_masses(double test_mass, int peak_index, double ppm, int oddeven, int m
         if (walker.stop)
             ui.Console(fmt::format("Search at m/z {:f} stopped after {} candidates (MAX_ITER).\n", test_mass,
                                    walker.candidates));
+    }
+    if (settings.series_fit && candidates.size() > 1 && peak_index >= 0 && peak_index < static_cast<int>(arr.size())) {
+        // Members of the test peak's series, and how many of them each
+        // candidate explains within the tolerance.
+        const int series = arr[static_cast<std::size_t>(peak_index)].series;
+        int first = peak_index, last = peak_index;
+        while (first > 0 && arr[static_cast<std::size_t>(first - 1)].series == series) --first;
+        while (last + 1 < static_cast<int>(arr.size()) && arr[static_cast<std::size_t>(last + 1)].series == series) ++last;
+        int best_fit = -1;
+        for (const FormulaHit& h : candidates) {
+            int fit = 0;
+            for (int q = first; q <= last; ++q) {
+                const double mq = arr[static_cast<std::size_t>(q)].mass;
+                const long k = std::lround((mq - test_mass) / CH2_LITERAL);
+                if (h.counts[0] + k < 0 || h.counts[1] + 2 * k < 0) continue;
+                const double theor = h.mass + static_cast<double>(k) * ch2;
+                if (std::fabs(mq - theor) <= mq * ppm / 1000000.0) ++fit;
+            }
+            if (fit > best_fit || (fit == best_fit && h.score < best.score)) {
+                best_fit = fit;
+                best = h;
+            }
+        }
     }
     if (hits == 1 && kept && max_user1 != 0 && max_user2 != 0) {
         assign_single_hit(peak_index, best, oddeven, 100.0, 1, ppm, spectrum, settings, ui);

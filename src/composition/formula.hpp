@@ -49,6 +49,11 @@ struct FormulaSettings {
     double ASSIGN_SN = 3.0;
     int min_series_length = 2;    // of the Kendrick panel, for the no-hits pass
     bool debug = false;           // the debug channel of the console
+    // Our own choice beside the panels' rule: among the valid candidates of a
+    // test peak keep the one that puts the most series members within the
+    // tolerance after the CH2 steps, the score deciding only among equals.
+    // Off reproduces the panels (lowest score at the test peak alone).
+    bool series_fit = false;
     ChargeMode mode = ChargeMode::NEG;
     double A = 50.0, B = 80.0, C = 70.0;  // scoring constants
 };
