@@ -31,6 +31,9 @@
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
 #include "qt_ui.hpp"
+#include "panels/KENDRICK.hpp"
+#include "panels/MOLECAL.hpp"
+#include "panels/MOLECALUNO.hpp"
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
 #include "ui_ANALYZE.h"
@@ -478,6 +481,9 @@ void MainWindow::build_menus() {
     QMenu* analyze = menuBar()->addMenu("Analyze");
     connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);
     connect(analyze->addAction("Find Peaks"), &QAction::triggered, this, [this] { find_peaks(); });
+    connect(analyze->addAction("Formula Calculator..."), &QAction::triggered, this, [this] { open_molecaluno(this); });
+    connect(analyze->addAction("Assign Formulas..."), &QAction::triggered, this, [this] { open_molecal(this); });
+    connect(analyze->addAction("Kendrick Analysis..."), &QAction::triggered, this, [this] { open_kendrick(this)->calculate(); });
 
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);

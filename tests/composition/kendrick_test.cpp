@@ -181,3 +181,55 @@ TEST(KendrickCalculate, RefusesEmptyListsAndBadBases) {
 
 }  // namespace
 }  // namespace vx
+
+#include "composition/commands.hpp"
+
+namespace vx {
+namespace {
+
+// The desktop's commands on a workspace slot holding a peak list read from a
+// .pks file (m/z in the stick position): Kendrick view rows, assignment and
+// the search box.
+TEST(KendrickCommands, ActiveSlotRowsAndSearch) {
+    Workspace ws;
+    RecordingUi ui;
+    KendrickTables t;
+    EXPECT_EQ(KendrickCommand(ws, KendrickOptions{}, t, ui), -1);
+    EXPECT_EQ(ui.messages.at(0).text, "There is no active data set: open a spectrum or a peak list first.");
+    ws.active_panel = 3;
+    ws.panels[3].active = 1;
+    Spectrum& s = ws.panels[3].spectrum;
+    s.domain = DOMAIN_PEAKLIST;
+    const double c10 = 120.0 + 9 * 1.00782503223 + 4 * 15.99491461957 + 0.00054858;
+    for (int k = 0; k < 4; ++k) {
+        Peak p;
+        p.index = c10 + k * CH2;
+        p.abundance = 100.0 + k;
+        s.peaks.push_back(p);
+    }
+    FormulaSettings st = molecal_defaults();
+    ASSERT_EQ(parse_element_ranges("C1-50,H0-100,O0-10", st, ui), 0);
+    st.RADICALS = false;
+    st.MASS_ACCURACY = 1.0;
+    AssignSummary sum;
+    ASSERT_EQ(calc_form(ws, t, KendrickOptions{}, st, 2, ui, &sum), 0);
+    EXPECT_EQ(sum.assigned, 4);
+    const auto rows = kendrick_rows(s, t, st);
+    ASSERT_EQ(rows.size(), 4u);
+    for (const KendrickRow& r : rows) {
+        EXPECT_EQ(r.type, "Single");
+        EXPECT_EQ(r.rank, 1);
+        EXPECT_NEAR(r.defect, r.nominal - r.mz / 1.0011177, 1e-12);
+    }
+    const int first = k_search(rows, "c12h13o4", -1);
+    ASSERT_GE(first, 0);
+    EXPECT_EQ(rows[static_cast<std::size_t>(first)].formula, "C12H13O4");
+    EXPECT_EQ(k_search(rows, "c12h13o4", first), -1);  // no further match
+    EXPECT_EQ(k_search(rows, "", -1), -1);
+    SingleSearchResult r;
+    EXPECT_EQ(calc_form_single(c10, st, r, ui), 1);
+    EXPECT_EQ(r.hits.at(0).counts[0], 10);
+}
+
+}  // namespace
+}  // namespace vx
