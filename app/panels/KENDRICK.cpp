@@ -90,6 +90,8 @@ KendrickPanel::KendrickPanel(MainWindow* main) : QDialog(main), main_(main) {
     }
     plot_->graph(0)->setName("odd");
     plot_->graph(1)->setName("even");
+    plot_->graph(2)->setName("selected");
+    plot_->graph(2)->removeFromLegend();
     plot_->legend->setVisible(true);
     plot_->setInteractions(QCP::iRangeDrag | QCP::iRangeZoom);
     split->addWidget(plot_);
@@ -99,6 +101,7 @@ KendrickPanel::KendrickPanel(MainWindow* main) : QDialog(main), main_(main) {
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     table_->horizontalHeader()->setStretchLastSection(true);
     split->addWidget(table_);
+    split->setSizes({400, 300});
     top->addWidget(split, 1);
     info_ = new QLabel;
     top->addWidget(info_);
