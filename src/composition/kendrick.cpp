@@ -163,6 +163,38 @@ std::vector<KendrickRank> RankKendrickGroups(const std::vector<HitRecord>& odd, 
     return groups;
 }
 
+int LocateKendrickMass(double* mass, const std::vector<HitRecord>& peaks, double tolerance, std::vector<int>& matches,
+                       int* best, double max_abundance) {
+    matches.clear();
+    const double target = *mass;
+    double closest = -1.0;
+    for (std::size_t i = 0; i < peaks.size(); ++i) {
+        const HitRecord& h = peaks[i];
+        if (h.hit_code != 0 || std::fabs(h.mass - target) > tolerance || !(h.abundance < max_abundance)) continue;
+        matches.push_back(static_cast<int>(i));
+        if (closest < 0.0 || std::fabs(h.mass - target) < closest) {
+            closest = std::fabs(h.mass - target);
+            if (best) *best = static_cast<int>(i);
+        }
+    }
+    if (!matches.empty() && best) *mass = peaks[static_cast<std::size_t>(*best)].mass;
+    return static_cast<int>(matches.size());
+}
+
+int CheckForIncompatibleKendrickMembers(const ElementCounts& hit, int peak, double mass, int oddeven,
+                                        const Spectrum& spectrum) {
+    if (!oddeven) return 0;
+    const auto& a = spectrum.unassigned;
+    if (peak < 0 || peak >= static_cast<int>(a.size())) return 0;
+    const double ch2 = CalculateMassCH2();
+    const int series = a[static_cast<std::size_t>(peak)].series;
+    for (int q = peak - 1; q >= 0 && a[static_cast<std::size_t>(q)].series == series; --q) {
+        const long k = std::lround((mass - a[static_cast<std::size_t>(q)].mass) / ch2);
+        if (hit[0] - k < 0 || hit[1] - 2 * k < 0) return -1;
+    }
+    return 0;
+}
+
 std::vector<std::vector<std::int32_t>> rank_index(const KendrickTables& t) {
     std::vector<std::vector<std::int32_t>> r(2);
     r[0].assign(static_cast<std::size_t>(std::max(0, t.even_series)), -1);

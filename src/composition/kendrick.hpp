@@ -79,6 +79,17 @@ void Set_KMD_series_by_flag(std::vector<HitRecord>& array, std::vector<std::int3
 // descending (the earliest of equals first).
 std::vector<KendrickRank> RankKendrickGroups(const std::vector<HitRecord>& odd, const std::vector<HitRecord>& even);
 
+// Peaks without a hit within +-tolerance of *mass and below max_abundance:
+// their indices into matches, the count returned, the closest in *best and its
+// mass in place of the target. 0 when none.
+int LocateKendrickMass(double* mass, const std::vector<HitRecord>& peaks, double tolerance, std::vector<int>& matches,
+                       int* best, double max_abundance);
+
+// In the odd array only: -1 when taking CH2 away from hit for an earlier
+// member of the peak's series would make C or H negative, else 0.
+int CheckForIncompatibleKendrickMembers(const ElementCounts& hit, int peak, double mass, int oddeven,
+                                        const Spectrum& spectrum);
+
 // Position of each series in the rank table: rank_of[odd][series].
 std::vector<std::vector<std::int32_t>> rank_index(const KendrickTables& tables);
 

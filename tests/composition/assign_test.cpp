@@ -8,6 +8,7 @@
 
 #include "composition/assign.hpp"
 #include "formats/peak_csv.hpp"
+#include "formats/peak_list.hpp"
 #include "platform/ui.hpp"
 #include "sim/formula_list.hpp"
 #include "support/cli.hpp"
@@ -283,6 +284,22 @@ TEST(CompositionCli, FormulaKendrickAndAssign) {
     EXPECT_NE(r.out.find("\"percent_assigned\": 100.0"), std::string::npos) << r.out;
     const std::string table = test::read_file(out);
     EXPECT_EQ(table.rfind("mz,abundance,formula,neutral_formula,class,exact_mass,error_ppm,dbe,array,series,hit\n", 0), 0u);
+    // A .pks peak list goes the same way (m/z read from its stick position).
+    Spectrum pk;
+    std::vector<Peak> parsed;
+    ASSERT_EQ(parse_peak_csv(test::read_file(list), parsed, nullptr), 0);
+    pk.peaks = parsed;
+    BatchPeakListOptions bo;
+    bo.low_mass = 150.0;
+    bo.high_mass = 900.0;
+    bo.precision = 6;
+    const std::string pks = dir.file("list.pks");
+    RecordingUi pui;
+    ASSERT_EQ(write_batch_peak_list(pks, pk, bo, pui), 0);
+    r = test::run_cli(home, fmt::format("assign {} --elements C1-80,H0-160,O0-20 --json", pks));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\"peaks\": 300"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("\"percent_assigned\": 100.0"), std::string::npos) << r.out;
     // The output never replaces the input; an empty list is refused.
     r = test::run_cli(home, fmt::format("assign {} -o {}", list, list));
     EXPECT_NE(r.status, 0);

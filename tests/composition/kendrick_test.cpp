@@ -161,6 +161,43 @@ TEST(KendrickRanks, HighestAbundanceFirstOddBeforeEvenAmongEquals) {
     EXPECT_EQ(r[3].highest, 1.0);
 }
 
+TEST(KendrickLookups, LocateMassAndIncompatibleMembers) {
+    std::vector<HitRecord> a(4);
+    const double m[] = {300.0, 300.0004, 300.0009, 300.002};
+    const double ab[] = {10, 50, 5, 1};
+    for (std::size_t i = 0; i < 4; ++i) {
+        a[i].mass = m[i];
+        a[i].abundance = ab[i];
+    }
+    a[0].hit_code = 1;  // assigned peaks are never offered
+    std::vector<int> matches;
+    int best = -1;
+    double target = 300.0008;
+    EXPECT_EQ(LocateKendrickMass(&target, a, 0.001, matches, &best, 20.0), 1);  // 300.0004 is too abundant
+    EXPECT_EQ(best, 2);
+    EXPECT_DOUBLE_EQ(target, 300.0009);
+    target = 300.0008;
+    EXPECT_EQ(LocateKendrickMass(&target, a, 0.001, matches, &best, 100.0), 2);
+    EXPECT_EQ(best, 2);
+    target = 400.0;
+    EXPECT_EQ(LocateKendrickMass(&target, a, 0.001, matches, &best, 100.0), 0);
+    EXPECT_DOUBLE_EQ(target, 400.0);
+
+    // A C3H7 hit at the third member of a series whose first member lies
+    // three CH2 below: C would become 0, H 1 - fine; four below is not.
+    Spectrum s;
+    for (int k = 0; k < 5; ++k) {
+        HitRecord h;
+        h.mass = 43.05 + k * CH2;
+        h.series = 0;
+        s.unassigned.push_back(h);
+    }
+    const ElementCounts c3h7 = {3, 7};
+    EXPECT_EQ(CheckForIncompatibleKendrickMembers(c3h7, 3, s.unassigned[3].mass, 1, s), 0);
+    EXPECT_EQ(CheckForIncompatibleKendrickMembers(c3h7, 4, s.unassigned[4].mass, 1, s), -1);
+    EXPECT_EQ(CheckForIncompatibleKendrickMembers(c3h7, 4, s.unassigned[4].mass, 0, s), 0);  // even array: not checked
+}
+
 TEST(KendrickCalculate, RefusesEmptyListsAndBadBases) {
     RecordingUi ui;
     KendrickTables t;
