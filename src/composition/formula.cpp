@@ -15,6 +15,11 @@ namespace {
 
 constexpr const char* kFormulaTitle = "Formula Calculator";
 
+// Whole counts from real quotients, bounded so that a hostile mass or user
+// mass can never overflow the cast.
+int bounded_floor(double x) { return static_cast<int>(std::clamp(std::floor(x), -1.0e6, 1.0e6)); }
+int bounded_round(double x) { return static_cast<int>(std::clamp(std::round(x), -1.0e6, 1.0e6)); }
+
 // Levels of the walk from the outside in: C, N, O, S, P, user 1 to 6.
 constexpr int LEVELS = 11;
 
@@ -43,6 +48,7 @@ struct Walker {
     std::array<double, LEVELS + 1> deeper{};
     double limit = 0.0;
     long candidates = 0;
+    long steps = 0;  // levels entered, a second guard for walks that find nothing
     bool stop = false;
 
     Walker(const WalkSetup& setup, Visit& v) : w(setup), visit(v) {
@@ -65,6 +71,7 @@ struct Walker {
     }
 
     void level(int L, double fixed) {
+        if (++steps > w.max_iter * 1000) stop = true;
         if (L == LEVELS) {
             bottom(fixed);
             return;
@@ -87,7 +94,7 @@ struct Walker {
 
     void bottom(double fixed) {
         const double m0 = fixed + w.e;
-        int h = static_cast<int>(std::floor((w.test_mass - m0) / w.mh));
+        int h = bounded_floor((w.test_mass - m0) / w.mh);
         if (!(w.hmin <= h + 1 && (w.hmax == -1 || h <= w.hmax))) return;
         double cand = h * w.mh + m0;
         if (std::fabs(cand - w.test_mass) > w.tol) {
@@ -107,6 +114,10 @@ struct Walker {
     }
 };
 
+// Masses and tolerances beyond any ion a composition search can be asked for.
+constexpr double kMaxTestMass = 100000.0;
+constexpr double kMaxToleranceDa = 1000.0;
+
 // The preparation shared by both searches. Returns 0 with setup filled, 1 when
 // there is nothing to search, or -1 after a message or the user's quit.
 int prepare_walk(const FormulaSettings& s, double test_mass, double ppm, bool single, int cap1, int cap2,
@@ -120,6 +131,12 @@ int prepare_walk(const FormulaSettings& s, double test_mass, double ppm, bool si
         return -1;
     }
     if (check_formula_settings(s, ui) < 0) return -1;
+    if (test_mass > kMaxTestMass || test_mass * ppm / 1000000.0 > kMaxToleranceDa) {
+        ui.MessagePopup(kFormulaTitle, fmt::format("A search at m/z {} with {} ppm is beyond what a composition search "
+                                                   "can walk (m/z up to {}, tolerance up to {} Da).",
+                                                   test_mass, ppm, kMaxTestMass, kMaxToleranceDa));
+        return -1;
+    }
 
     const double mc = first_isotope_mass(SLOT_C), mh = first_isotope_mass(SLOT_H);
     const double mn = first_isotope_mass(SLOT_N), mo = first_isotope_mass(SLOT_O);
@@ -162,7 +179,7 @@ int prepare_walk(const FormulaSettings& s, double test_mass, double ppm, bool si
         for (std::size_t i = 0; i < 6; ++i) R -= umin[i] * s.user[i].mass;
         R -= w.e;
     }
-    auto fill = [&](int mn_, int mx, double mass) { return mx == -1 ? mn_ + static_cast<int>(std::floor(R / mass)) : mx; };
+    auto fill = [&](int mn_, int mx, double mass) { return mx == -1 ? mn_ + bounded_floor(R / mass) : mx; };
     const int cmax = fill(s.C_MIN, s.C_MAX, mc);
     w.m = {mc, mn, mo, ms, mp, 0, 0, 0, 0, 0, 0};
     w.lo = {s.C_MIN, s.N_MIN, s.O_MIN, s.S_MIN, s.P_MIN, 0, 0, 0, 0, 0, 0};
@@ -176,7 +193,7 @@ int prepare_walk(const FormulaSettings& s, double test_mass, double ppm, bool si
         if (!(u.mass > 0.0)) {
             lo = hi = 0;  // a slot without a mass cannot take part
         } else if (hi == -1) {
-            hi = static_cast<int>(std::floor(R / u.mass));
+            hi = bounded_floor(R / u.mass);
         }
         // In the multi-peak search a user element takes part only as a
         // flagged isotope; TOPDOWN keeps user slots 1 and 2 out as well.
@@ -185,8 +202,7 @@ int prepare_walk(const FormulaSettings& s, double test_mass, double ppm, bool si
         w.lo[5 + i] = lo;
         w.hi[5 + i] = hi;
     }
-    const int top = single ? static_cast<int>(std::floor((R + s.C_MIN * mc) / mc))
-                           : static_cast<int>(std::lround((w.tol + test_mass) / mc));
+    const int top = single ? bounded_floor((R + s.C_MIN * mc) / mc) : bounded_round((w.tol + test_mass) / mc);
     w.hi[0] = std::min(cmax, top);
     return w.hi[0] < w.lo[0] ? 1 : 0;
 }

@@ -52,14 +52,15 @@ bool kendrick_base(const std::string& base, double& step, double& factor) {
 KendrickValues kendrick_values(double mz, double factor) {
     KendrickValues v;
     v.km = mz / factor;
-    v.nominal = static_cast<std::int32_t>(std::lround(v.km));
-    v.kmd = static_cast<std::int32_t>(std::lround((v.nominal - v.km) * 1000.0));
+    const double nominal = std::clamp(std::round(v.km), -2.0e9, 2.0e9);
+    v.nominal = static_cast<std::int32_t>(nominal);
+    v.kmd = static_cast<std::int32_t>(std::clamp(std::round((nominal - v.km) * 1000.0), -2.0e9, 2.0e9));
     // C's remainder keeps the sign of the nominal mass; z* is negative for
     // every positive mass.
     v.z_star = (v.nominal % 14) - 14;
     // Parity goes by the floor, not by the rounded nominal mass: a fraction
     // above 0.5 puts a peak in the array of its floor.
-    v.odd = (static_cast<long long>(std::floor(v.km)) % 2) != 0;
+    v.odd = std::fabs(std::fmod(std::floor(v.km), 2.0)) == 1.0;
     return v;
 }
 
@@ -108,10 +109,20 @@ int AssignKendrickSeries(std::vector<HitRecord>& a, std::vector<double>& working
                 target = h.mass + dir * step;
             } else {
                 // One missing member does not end the series: the walk goes
-                // on one step further from the empty target.
+                // on one step further from the empty target. Across a stretch
+                // without peaks it moves straight to the step before the next
+                // peak, which finds the same members without visiting every
+                // empty window.
                 scan = std::clamp(j - dir, 0, n - 1);
                 if ((dir < 0 && scan > current) || (dir > 0 && scan < current)) scan = current;
-                target += dir * step;
+                double steps = 1.0;
+                if (j >= 0 && j < n) {
+                    const double d = dir * (a[static_cast<std::size_t>(j)].mass - target);
+                    if (d > 2.0 * step) steps = std::floor(d / step) - 1.0;
+                } else {
+                    break;  // no peak left in this direction
+                }
+                target += dir * step * steps;
             }
         }
     }

@@ -265,7 +265,7 @@ TEST(CompositionCli, FormulaKendrickAndAssign) {
     EXPECT_NE(r.out.find("\"dbe\": 6.0"), std::string::npos);
     // Bad input: a message and a non-zero exit.
     for (const char* args : {"formula 0", "formula 300 --elements C0-10,Zz1", "formula 300 --elements C9-2",
-                             "formula 400 --ppm 2500", "formula 300 --mode sideways", "formula 300 --dbe 5,1"}) {
+                             "formula 400 --ppm 2500", "formula 1e9", "formula 300 --mode sideways", "formula 300 --dbe 5,1"}) {
         r = test::run_cli(home, args);
         EXPECT_NE(r.status, 0) << args;
         EXPECT_FALSE(r.err.empty()) << args;

@@ -211,6 +211,10 @@ TEST(KendrickCalculate, RefusesEmptyListsAndBadBases) {
     bad.base = "Qq2";
     EXPECT_EQ(KendrickCalculate(one, bad, t, ui), -1);
     EXPECT_NE(ui.messages.back().text.find("Qq2"), std::string::npos);
+    // Masses far apart finish at once: empty stretches are crossed in one step.
+    Spectrum far = peaks_of({{1.0, 5.0}, {1.0 + CH2, 4.0}, {1e12, 3.0}, {1e300, 2.0}, {5e7, 1.0}});
+    ASSERT_EQ(KendrickCalculate(far, KendrickOptions{}, t, ui), 0);
+    EXPECT_EQ(far.assignedcount + far.unassignedcount, 5);
     KendrickOptions zero_window;
     zero_window.ppm = 0.0;
     EXPECT_EQ(KendrickCalculate(one, zero_window, t, ui), -1);
