@@ -32,17 +32,20 @@
 #include "formats/peak_list.hpp"
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
-#include "panels/BRUKER.hpp"
-#include "qt_ui.hpp"
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
+#include "qt_ui.hpp"
 #include "ANALYZE.hpp"
+#include "BRUKER.hpp"
+#include "CALIBRATE.hpp"
+#include "KENDRICK.hpp"
+#include "MOLECAL.hpp"
+#include "MOLECALUNO.hpp"
 #include "MPHASE.hpp"
 #include "PEAKLIST2.hpp"
 #include "PHASE2.hpp"
 #include "PROCESS.hpp"
 #include "shortcuts.hpp"
-#include "CALIBRATE.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/processing.hpp"
 
@@ -133,6 +136,9 @@ void MainWindow::build_menus() {
     connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);
     connect(analyze->addAction("Find Peaks"), &QAction::triggered, this, [this] { find_peaks(); });
     connect(analyze->addAction("Calibrate..."), &QAction::triggered, this, [this] { show_calibrate_panel(this); });
+    connect(analyze->addAction("Formula Calculator..."), &QAction::triggered, this, [this] { open_molecaluno(this); });
+    connect(analyze->addAction("Assign Formulas..."), &QAction::triggered, this, [this] { open_molecal(this); });
+    connect(analyze->addAction("Kendrick Analysis..."), &QAction::triggered, this, [this] { open_kendrick(this)->calculate(); });
 
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);
