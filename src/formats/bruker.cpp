@@ -461,6 +461,12 @@ int Get_Bruker_Apex_Data(const std::string& directory, Spectrum& s, Ui& ui, Bruk
                         fmt::format("Data file {} could not be read: {}.", bp.data_file, std::strerror(errno)));
         return -1;
     }
+    // Digitiser counts to the volt scale of our own transients, at the 2^19
+    // counts per volt that the XMASS exchange files use (Store_Data_XMASS
+    // multiplies by the same factor). The peak finder's default thresholds are
+    // in those units, so an acquisition opened with no option touched lists its
+    // ions rather than tens of thousands of noise peaks. A power of two: exact.
+    for (float& v : s.data) v *= 1.0f / 524288.0f;
     if (out) *out = std::move(bp);
     return 0;
 }

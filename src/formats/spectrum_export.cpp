@@ -12,6 +12,7 @@
 
 #include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
+#include "workspace/conversions.hpp"
 
 namespace vx {
 
@@ -114,7 +115,9 @@ int write_spectrum_text(const Spectrum& s, const std::string& path, Ui& ui) {
                 const double f = static_cast<double>(i) * hz;
                 // The trap voltage is added to the second term here, not
                 // multiplied: exports have always been written this way.
-                const double x = s.Aterm / f + (s.Bterm + s.Trapvoltage) / (f * f);
+                // Data with the instrument's own law (Bruker .d) go by that law.
+                const double x = s.caltype == CALTYPE_INSTRUMENT ? instrument_mass(s.Aterm, s.Bterm, s.Cterm, f)
+                                                                 : s.Aterm / f + (s.Bterm + s.Trapvoltage) / (f * f);
                 out.put(fmt::sprintf("%.6f,%.3f\n", x, s.data[i] * scale));
             }
         } else if (s.domain == DOMAIN_FREQUENCY) {
@@ -152,7 +155,8 @@ int write_spectrum_block(const Spectrum& s, const std::string& path, Ui& ui) {
     if (n > 0) masses[0] = 100000.0f;
     for (std::size_t i = 1; i < n; ++i) {
         const double fr = static_cast<double>(i) * hz;
-        const double m = s.Aterm / fr + s.Bterm / (fr * fr);
+        const double m = s.caltype == CALTYPE_INSTRUMENT ? instrument_mass(s.Aterm, s.Bterm, s.Cterm, fr)
+                                                         : s.Aterm / fr + s.Bterm / (fr * fr);
         masses[i] = static_cast<float>(m < 0.0 ? 100000.0 : m);
     }
     ok = ok && std::fwrite(masses.data(), sizeof(float), n, f->file()) == n;

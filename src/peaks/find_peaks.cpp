@@ -526,6 +526,18 @@ void ensure_search_limits(Workspace& ws, int slot) {
         }
         return;
     }
+    // An excited range the header gave only as frequencies (Bruker acquisitions
+    // carry EXC_low/EXC_hi) is taken through the record's own law.
+    if ((st.high_mass <= 0.0 || st.low_mass <= 0.0) && s.lowfreq > 0.0 && s.highfreq > s.lowfreq) {
+        const double freqs[2] = {s.lowfreq, s.highfreq};
+        double masses[2] = {0.0, 0.0};
+        Freq_tomass(s, freqs, masses);
+        const double lo = std::min(masses[0], masses[1]), hi = std::max(masses[0], masses[1]);
+        if (lo > 0.0 && hi < MASS_OUT_OF_LAW && std::isfinite(lo) && std::isfinite(hi)) {
+            if (st.high_mass <= 0.0) st.high_mass = hi;
+            if (st.low_mass <= 0.0) st.low_mass = lo;
+        }
+    }
     if (st.high_mass <= 0.0) st.high_mass = High_Mass(s);
     if (st.low_mass <= 0.0) st.low_mass = Low_Mass(s);
 }

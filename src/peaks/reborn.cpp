@@ -15,11 +15,22 @@
 namespace vx {
 namespace {
 
-// Frequency of an m/z by the two-term law, for every calibration type.
+// Frequency of an m/z by the two-term law, for every calibration type that
+// has two terms. Data that carry the instrument's own law (Bruker .d files,
+// whose ML terms mean something else) go by that law: the two-term form would
+// put their peaks about 90 ppm off.
 double law_frequency(const Spectrum& s, double mass) {
+    if (s.caltype == CALTYPE_INSTRUMENT) return instrument_freq(s.Aterm, s.Bterm, s.Cterm, mass);
     const double V = std::fabs(s.Trapvoltage);
     const double A = s.Aterm, B = s.Bterm;
     return (std::sqrt(std::max(0.0, A * A + 4.0 * mass * V * B)) + A) / (2.0 * mass);
+}
+
+// m/z of a frequency by the same rule.
+double law_mass_two_term(const Spectrum& s, double f) {
+    if (s.caltype == CALTYPE_INSTRUMENT) return instrument_mass(s.Aterm, s.Bterm, s.Cterm, f);
+    const double V = std::fabs(s.Trapvoltage);
+    return V * s.Bterm / f / f + s.Aterm / f;
 }
 
 // A point computed in double precision as an index within [lo, hi].
@@ -113,8 +124,7 @@ void show_table(Spectrum& s, const Settings& st, PeakTable& table, double second
 
 double InterpMidMass(double point, const Spectrum& s) {
     const double f = s.hzppt * point;
-    const double V = std::fabs(s.Trapvoltage);
-    return V * s.Bterm / f / f + s.Aterm / f;
+    return law_mass_two_term(s, f);
 }
 
 std::vector<long> FindVantorixPeakIndexesOldAndNew(const Spectrum& s, long first, long last, double peak_level,
@@ -167,7 +177,6 @@ void AssignAllPeaks(Spectrum& s, long n, const std::vector<long>& indexes, Ui& u
     s.peakcount = static_cast<std::int32_t>(n);
     const long count = static_cast<long>(s.data.size());
     const float* y = s.data.data();
-    const double V = std::fabs(s.Trapvoltage);
     double largest = 0.0;
     for (long k = 0; k < n; ++k) {
         const long i = indexes[static_cast<std::size_t>(n - 1 - k)];
@@ -177,7 +186,7 @@ void AssignAllPeaks(Spectrum& s, long n, const std::vector<long>& indexes, Ui& u
         const double offset = -p.c1 / (2.0 * p.c2);
         const double f = s.hzppt * (static_cast<double>(i) + offset);
         const double height = (p.c2 * offset + p.c1) * offset + p.c0;
-        const double mass = V * s.Bterm / f / f + s.Aterm / f;
+        const double mass = law_mass_two_term(s, f);
         if (k < 10) ui.Console(fmt::format("peak {} freq = {:f}, abund = {:f}, and mz = {:f}.\n", k, f, height, mass));
         Peak& pk = s.peaks[static_cast<std::size_t>(k)];
         const double half = height / 2.0;
@@ -243,6 +252,7 @@ void FillInEachSnRange(const Spectrum& s, SnWindow& w) {
     const double V = std::fabs(s.Trapvoltage);
     const double A = s.Aterm, B = s.Bterm;
     auto point = [&](double m) {
+        if (s.caltype == CALTYPE_INSTRUMENT) return instrument_freq(A, B, s.Cterm, m) / s.hzppt;
         return (2.0 * B * V / (std::sqrt(std::max(0.0, A * A + 4.0 * B * V * m)) - A)) / s.hzppt;
     };
     const long hi = std::max(count - 1, 0L);

@@ -24,6 +24,12 @@
 namespace vx {
 namespace {
 
+// Samples of an apex acquisition back in digitiser counts (2^19 per volt).
+std::vector<float> counts(std::vector<float> v) {
+    for (float& x : v) x *= 524288.0f;
+    return v;
+}
+
 namespace fs = std::filesystem;
 using test::TempDir;
 
@@ -372,7 +378,7 @@ TEST(ApexReader, MethodAndAcqusDirectoriesFillTheRecord) {
         // The excitation band in Hz: m/z 1500 at its low end, 200 at its high end.
         EXPECT_DOUBLE_EQ(s.lowfreq, instrument_freq(1.0e8, -20.0, 7500.0, 1500.0));
         EXPECT_DOUBLE_EQ(s.highfreq, instrument_freq(1.0e8, -20.0, 7500.0, 200.0));
-        EXPECT_EQ(s.data, expected);
+        EXPECT_EQ(counts(s.data), expected);
     }
 
     // A name that does not exist inside the acquisition is not the acquisition.
@@ -389,7 +395,7 @@ TEST(ApexReader, MethodAndAcqusDirectoriesFillTheRecord) {
     test::write_file(d2 + "/ser", ser);
     auto o2 = open(d2);
     ASSERT_GE(o2->slot, 0) << o2->popups();
-    EXPECT_EQ(o2->s().data, (std::vector<float>{-2.0f, -1.0f, 0.0f, 1.0f}));
+    EXPECT_EQ(counts(o2->s().data), (std::vector<float>{-2.0f, -1.0f, 0.0f, 1.0f}));
     BrukerParameters bp;
     RecordingUi ui;
     ASSERT_EQ(read_bruker_parameters(d2, bp, ui), 0);
@@ -413,7 +419,7 @@ TEST(ApexReader, MethodAndAcqusDirectoriesFillTheRecord) {
     EXPECT_EQ(o3->s().Cterm, 0.0);
     EXPECT_EQ(o3->s().expcount, 3);
     EXPECT_EQ(o3->s().collectedon, "2021-03-17 15:25:01 UTC");
-    EXPECT_EQ(o3->s().data, (std::vector<float>{5.0f, 6.0f, 7.0f, 8.0f}));
+    EXPECT_EQ(counts(o3->s().data), (std::vector<float>{5.0f, 6.0f, 7.0f, 8.0f}));
 }
 
 TEST(ApexReader, DamagedAcquisitionsAreRefusedWithAClearMessage) {
@@ -487,10 +493,12 @@ TEST_F(RealAcquisition, ParametersSamplesAndLaw) {
     EXPECT_DOUBLE_EQ(s.Bterm, REAL_ML2);
     EXPECT_DOUBLE_EQ(s.Cterm, REAL_ML3);
     EXPECT_EQ(s.expcount, 500);
-    const std::vector<float> first(s.data.begin() + 24, s.data.begin() + 36);
+    // Counts at 2^19 per volt: the scaling is exact.
+    std::vector<float> first(s.data.begin() + 24, s.data.begin() + 36);
+    for (float& v : first) v *= 524288.0f;
     EXPECT_EQ(first, (std::vector<float>{0, 0, 1, -5, 13, -17, 33, -40, 42, -41, 39, -44}));
-    EXPECT_EQ(s.data[1000], 19567.0f);
-    EXPECT_EQ(*std::max_element(s.data.begin(), s.data.end()), 901434.0f);
+    EXPECT_EQ(s.data[1000] * 524288.0f, 19567.0f);
+    EXPECT_EQ(*std::max_element(s.data.begin(), s.data.end()) * 524288.0f, 901434.0f);
 
     BrukerParameters bp;
     RecordingUi ui;
@@ -665,6 +673,32 @@ TEST_F(BrukerCli, DamagedDirectoryExitsWithItsMessage) {
     auto x = run("xmass '" + dir_.file("nothing.dat") + "'");
     EXPECT_NE(x.status, 0);
     EXPECT_FALSE(fs::exists(dir_.path() / "nothing"));
+}
+
+}  // namespace
+}  // namespace vx
+
+namespace vx {
+namespace {
+
+// The real acquisition through the default path, no option touched: the
+// search covers the excitation (m/z 202 to 1450) and lists the ions, not the
+// tens of thousands of noise peaks that raw digitiser counts would pass.
+TEST_F(RealAcquisition, DefaultPeakSearchListsTheIonsOfTheExcitedRange) {
+    test::TempDir dir;
+    const auto r = test::run_cli(dir.file("home"), "peaks --json '" + REAL_D + "' -o '" + dir.file("x.pks") + "'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);
+    EXPECT_NEAR(j["low_mass"].get<double>(), 202.2, 0.05);  // the data end just above EXC_low
+    EXPECT_NEAR(j["high_mass"].get<double>(), 1450.0, 0.01);
+    const int n = j["peakcount"].get<int>();
+    EXPECT_GT(n, 100);
+    EXPECT_LT(n, 3000);
+    // The precursor cluster (z = 6 near m/z 491) is among the strongest peaks.
+    double top = 0.0, top_mz = 0.0;
+    for (const auto& p : j["peaks"])
+        if (p["abundance"].get<double>() > top) top = p["abundance"].get<double>(), top_mz = p["mz"].get<double>();
+    EXPECT_NEAR(top_mz, 491.0, 5.0);
 }
 
 }  // namespace

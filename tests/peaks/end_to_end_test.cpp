@@ -197,6 +197,8 @@ TEST(EndToEnd, FirstFindPeaksOnAFreshWorkspaceGivesTheSampleIons) {
 
     // A spectrum without an excited range: the data's own range.
     ws.panels[static_cast<std::size_t>(slot)].spectrum.origlowfreq = 0.0;
+    ws.panels[static_cast<std::size_t>(slot)].spectrum.lowfreq = -1.0;
+    ws.panels[static_cast<std::size_t>(slot)].spectrum.highfreq = -1.0;
     ws.settings.low_mass = ws.settings.high_mass = 0.0;
     ensure_search_limits(ws, slot);
     EXPECT_DOUBLE_EQ(ws.settings.high_mass, High_Mass(s));

@@ -286,3 +286,34 @@ TEST(NewVantorixPeakPick, SimulatedIonsBothButtons) {
 
 }  // namespace
 }  // namespace vx
+
+namespace vx {
+namespace {
+
+// Bruker .d data carry the instrument's own law (ML1..ML3 in Aterm..Cterm). The
+// reborn picker's masses must follow it: read through the two-term form, the
+// same terms put every peak about 90 ppm off.
+TEST(InterpMidMass, FollowsTheInstrumentLaw) {
+    Spectrum s;
+    s.filetype = FILETYPE_BRUKER;
+    s.caltype = CALTYPE_INSTRUMENT;
+    s.detectmode = DETECT_DIRECT;
+    s.Aterm = 1.083270232844505e8;
+    s.Bterm = -19.836843680681607;
+    s.Cterm = 7489.927504388354;
+    s.Trapvoltage = 1.0;
+    s.dbandwidth = 535714.2857142857;
+    s.datacount = 524288;
+    s.hzppt = s.dbandwidth / s.datacount;
+    for (const double mz : {202.2, 491.8, 845.5, 1450.0}) {
+        const double f = instrument_freq(s.Aterm, s.Bterm, s.Cterm, mz);
+        const double point = f / s.hzppt;
+        EXPECT_NEAR(InterpMidMass(point, s), mz, mz * 1e-10) << mz;
+        EXPECT_NEAR(One_pt_tomass(s, point), mz, mz * 1e-10) << mz;
+        const double two_term = s.Aterm / f + s.Bterm / (f * f);
+        EXPECT_GT(std::fabs(two_term - mz) / mz, 20e-6) << "the two-term reading differs: " << mz;
+    }
+}
+
+}  // namespace
+}  // namespace vx
