@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace vx::fuzz {
 
@@ -29,6 +30,14 @@ inline const std::string& scratch_folder() {
         return pattern;
     }();
     return folder;
+}
+
+// Writes bytes to path (a file inside the scratch folder).
+inline void write_bytes(const std::string& path, std::string_view bytes) {
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) std::abort();
+    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) std::abort();
+    std::fclose(f);
 }
 
 // Writes the input as scratch_folder()/name and returns its path.
