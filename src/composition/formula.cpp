@@ -444,7 +444,12 @@ void assign_single_hit(int peak_index, const FormulaHit& record, int oddeven, do
         HitRecord& h = arr[static_cast<std::size_t>(j)];
         std::string cls;
         if (score != 0.0) {
-            const int k = static_cast<int>(std::lround((h.mass - test_mass) / CH2_LITERAL));
+            // CH2 steps from the test peak. A member that is no mass a series can
+            // reach (a damaged list can hold any number) is left as it is rather
+            // than given an element count that overflows.
+            const double steps = std::round((h.mass - test_mass) / CH2_LITERAL);
+            if (!(std::fabs(steps) <= 100000.0)) continue;
+            const int k = static_cast<int>(steps);
             h.counts = record.counts;
             h.counts[0] = record.counts[0] + k;
             h.counts[1] = record.counts[1] + 2 * k;
