@@ -43,6 +43,7 @@
 #include "MOLECALUNO.hpp"
 #include "MPHASE.hpp"
 #include "PEAKLIST2.hpp"
+#include "PHASE.hpp"
 #include "PHASE2.hpp"
 #include "PROCESS.hpp"
 #include "shortcuts.hpp"
@@ -131,6 +132,7 @@ void MainWindow::build_menus() {
     connect(spectrum->addAction("Process Macro"), &QAction::triggered, this, [this] { process_macro(); });
     connect(spectrum->addAction("Absorption Mode..."), &QAction::triggered, this, [this] { show_PHASE2(*this); });
     connect(spectrum->addAction("Manual Phasing..."), &QAction::triggered, this, [this] { show_MPHASE(*this); });
+    connect(spectrum->addAction("Phasing the Data..."), &QAction::triggered, this, [this] { show_PHASE(*this); });
 
     QMenu* analyze = menuBar()->addMenu("Analyze");
     connect(analyze->addAction("Find Peak Options..."), &QAction::triggered, this, &MainWindow::find_peak_options);
@@ -355,6 +357,13 @@ void MainWindow::build_analyze_panel() {
     analyze_->on_find = [this](bool by_sn) { analyze_find(by_sn); };
     peaklist_ = new PeakListPanel(this);
     peaklist_->on_print = [this] { save_peak_table(""); };
+    peaklist_->on_calibrate = [this](const std::vector<int>& checked) { calibrate_checked_peaks(this, checked); };
+}
+
+void MainWindow::peaks_recalibrated() {
+    if (ws_->active_panel >= 0 && ws_->active_panel < MAX_PANELS)
+        Update_Peaklist2(ws_->panels[static_cast<std::size_t>(ws_->active_panel)].spectrum, peak_table_->rows);
+    show_peak_table();
 }
 
 void MainWindow::find_peak_options() {

@@ -71,6 +71,9 @@ public:
     // "Export to PlotTool": the graph to the clipboard and the tool launched.
     void export_to_plottool();
     const PeakTable& peak_table() const { return *peak_table_; }
+    // After a calibration: the peak table takes the new masses and is shown.
+    void peaks_recalibrated();
+    PeakListPanel* peak_list_panel() const { return peaklist_; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;

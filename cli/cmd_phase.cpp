@@ -16,16 +16,17 @@
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
 #include "phasing/phase_command.hpp"
+#include "phasing/phase_modes.hpp"
 #include "workspace/processing.hpp"
 
 namespace vx::cli {
 namespace {
 
 struct PhaseCliOptions {
-    std::string file, out, dispersion, write_terms, inverse_out;
+    std::string file, out, dispersion, write_terms, inverse_out, divide;
     std::string method = "iterate", form = "final", apodization = "none", terms, baseline = "dips";
     bool exclude_excite = false, zero_dc = false, roll = false, harmonic3 = false, extra_point = false;
-    bool special = false, test = false, json = false, overwrite = false;
+    bool special = false, test = false, json = false, overwrite = false, transfer = false;
     int truncations = 0, zerofills = 1, rephase = 0, threads = 0, polarity = 0;
     double rephase_sn = 3.0, baseline_scaler = 3.0;
     double constant = NAN;
@@ -115,6 +116,33 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     ws.active_panel = slot;
     Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     const double relativex = s.relativex;
+
+    if (!o.divide.empty()) {
+        // Complex division (or the transfer function) by a blank transient.
+        const int blank = open_any_file(ws, o.divide, ctx.ui);
+        if (blank < 0) return 1;
+        PhaseProcessOptions po;
+        po.mode = o.transfer ? PROCESS_TRANSFER : PROCESS_COMPLEX_DIVISION;
+        int second = -1;
+        if (phasing_process_command(ws, slot, blank, po, true, ctx.ui, nullptr, &second) < 0) return 1;
+        if (!o.out.empty() && write_export(ctx, slot, o.out) < 0) return 1;
+        if (!o.dispersion.empty() && second >= 0 && write_export(ctx, second, o.dispersion) < 0) return 1;
+        const Spectrum& q = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+        const char* mode = o.transfer ? "transfer" : "division";
+        if (o.json) {
+            nlohmann::json j{{"file", o.file}, {"blank", o.divide}, {"mode", mode}, {"datacount", q.datacount},
+                             {"hzppt", q.hzppt}};
+            if (!o.out.empty()) j["output"] = o.out;
+            if (!o.dispersion.empty()) j["second"] = o.dispersion;
+            std::cout << j.dump(2) << '\n';
+        } else {
+            std::cout << fmt::format("{} of {} by {}: {} points, {} Hz per point\n", mode, o.file, o.divide,
+                                     q.datacount, q.hzppt);
+            if (!o.out.empty()) std::cout << fmt::format("wrote {}\n", o.out);
+            if (!o.dispersion.empty()) std::cout << fmt::format("wrote {}\n", o.dispersion);
+        }
+        return 0;
+    }
 
     if (!o.inverse_out.empty()) {
         if (phase_inverse(s, o.extra_point, ctx.ui) < 0) return 1;
@@ -238,6 +266,10 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("--write-terms", o->write_terms, "Write a copy of FILE with the Phase Parameters found");
     sub->add_option("--inverse", o->inverse_out,
                     "Rotate and go back to a phase-corrected transient (.dat copy of FILE, or an export)");
+    sub->add_option("--divide", o->divide,
+                    "Complex division by a blank transient of the same length: the real quotient to -o, the "
+                    "imaginary one to --dispersion; no phase model needed");
+    sub->add_flag("--transfer", o->transfer, "With --divide: the transfer function, magnitude to -o, phase (rad) to --dispersion");
     sub->add_option("--threads", o->threads, "Score workers (default: twice the processors, at most 4)")
         ->check(CLI::Range(1, 8));
     sub->add_flag("--overwrite", o->overwrite, "Answer yes when asked to overwrite an existing .xy.bin file");

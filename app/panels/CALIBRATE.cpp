@@ -12,7 +12,6 @@
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPointer>
 #include <QPushButton>
 #include <QTableView>
 #include <QVBoxLayout>
@@ -216,8 +215,41 @@ void CalibrateDialog::calibrate() {
 void CalibrateDialog::apply() {
     Spectrum* s = spectrum();
     if (!s) return;
-    if (ApplyCalibration(*s, panel_, 1, true, main_->ui()) == 0) redraw_spectrum();
+    if (ApplyCalibration(*s, panel_, 1, true, main_->ui()) == 0) {
+        // The peak table and the plot show the new masses.
+        main_->peaks_recalibrated();
+        redraw_spectrum();
+    }
     refresh();
+}
+
+int CalibrateDialog::take_checked(const std::vector<int>& checked) {
+    Spectrum* s = spectrum();
+    if (!s) return -1;
+    const int rc = FillCalTableNew(panel_, *s, checked, true, main_->ui());
+    show_for_active();
+    return rc;
+}
+
+int CalibrateDialog::add_picks(std::span<const CalibrantPick> picks) {
+    Spectrum* s = spectrum();
+    if (!s) return -1;
+    const int rc = add_calibrants_to_table(panel_, *s, picks, main_->ui());
+    show_for_active();
+    return rc;
+}
+
+int CalibrateDialog::quick_calibrate(const QuickCalRequest& request) {
+    Spectrum* s = spectrum();
+    if (!s) return -1;
+    const int rc = FinishQuickCalNew(panel_, *s, request, tolerance_from_settings(main_->workspace().settings),
+                                     main_->ui());
+    if (rc == 0 && request.run_fit) {
+        main_->peaks_recalibrated();
+        redraw_spectrum();
+    }
+    show_for_active();
+    return rc;
 }
 
 void CalibrateDialog::ref_file() {
@@ -302,10 +334,20 @@ void CalibrateDialog::closeEvent(QCloseEvent* event) {
     event->accept();
 }
 
-void show_calibrate_panel(MainWindow* main) {
-    static QPointer<CalibrateDialog> panel;
-    if (!panel) panel = new CalibrateDialog(main);
-    panel->show_for_active();
+CalibrateDialog* calibrate_panel(MainWindow* main) {
+    // One panel for the main window, made on first use.
+    auto* panel = main->findChild<CalibrateDialog*>("CALIBRATE", Qt::FindDirectChildrenOnly);
+    return panel ? panel : new CalibrateDialog(main);
+}
+
+void show_calibrate_panel(MainWindow* main) { calibrate_panel(main)->show_for_active(); }
+
+void calibrate_checked_peaks(MainWindow* main, const std::vector<int>& checked) {
+    calibrate_panel(main)->take_checked(checked);
+}
+
+int add_to_calibration(MainWindow* main, std::span<const CalibrantPick> picks) {
+    return calibrate_panel(main)->add_picks(picks);
 }
 
 }  // namespace vx

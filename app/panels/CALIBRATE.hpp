@@ -10,6 +10,7 @@
 #include <QDialog>
 
 #include "calibration/calibration.hpp"
+#include "calibration/quick_cal.hpp"
 
 class QCheckBox;
 class QComboBox;
@@ -45,6 +46,16 @@ public:
     // Shows the panel for the active data set, the fields from its spectrum.
     void show_for_active();
     CalibrationPanel& panel() { return panel_; }
+    // The checked peaks of the peak table become the table (their calibrant
+    // masses kept). Returns FillCalTableNew's result.
+    int take_checked(const std::vector<int>& checked);
+    // Peaks picked elsewhere (formula lists, series) join the table.
+    int add_picks(std::span<const CalibrantPick> picks);
+    // Quick calibration from a homologous series (FinishQuickCalNew).
+    int quick_calibrate(const QuickCalRequest& request);
+    // The buttons, for the panel's slots and for tests driving it.
+    void calibrate();
+    void apply();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -52,8 +63,6 @@ protected:
 private:
     Spectrum* spectrum();  // the active slot's record, or null
     void refresh();        // fields and table from panel_
-    void calibrate();
-    void apply();
     void ref_file();
     void recal_file();
     void recal_multi();
@@ -80,5 +89,10 @@ private:
 
 // The panel of the main window (made on first use) shown for the active data set.
 void show_calibrate_panel(MainWindow* main);
+CalibrateDialog* calibrate_panel(MainWindow* main);
+// The peak table's "Calibrate Checked": the checked peaks into the table.
+void calibrate_checked_peaks(MainWindow* main, const std::vector<int>& checked);
+// For other panels' "add to calibration": the picks join the table, which is shown.
+int add_to_calibration(MainWindow* main, std::span<const CalibrantPick> picks);
 
 }  // namespace vx

@@ -14,9 +14,37 @@ const char* const column_titles[7] = {"#", "m/z", "Frequency", "Percent", "Abund
 
 void PeakTableModel::set_rows(const std::vector<PeakTableRow>& rows, const PeakDecimals& decimals) {
     beginResetModel();
+    // The checks stay with their rows while the list is the same one (the
+    // table redrawn after a calibration); a new search starts unchecked.
+    bool same = rows.size() == rows_.size();
+    for (std::size_t i = 0; same && i < rows.size(); ++i)
+        same = rows[i].number == rows_[i].number && rows[i].frequency == rows_[i].frequency;
+    if (!same) checked_.assign(rows.size(), 0);
     rows_ = rows;
     decimals_ = decimals;
     endResetModel();
+}
+
+Qt::ItemFlags PeakTableModel::flags(const QModelIndex& index) const {
+    Qt::ItemFlags f = QAbstractTableModel::flags(index);
+    if (index.isValid() && index.column() == 0) f |= Qt::ItemIsUserCheckable;
+    return f;
+}
+
+bool PeakTableModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+    if (!index.isValid() || index.column() != 0 || role != Qt::CheckStateRole ||
+        static_cast<std::size_t>(index.row()) >= checked_.size())
+        return false;
+    checked_[static_cast<std::size_t>(index.row())] = value.toInt() == Qt::Checked;
+    emit dataChanged(index, index, {Qt::CheckStateRole});
+    return true;
+}
+
+std::vector<int> PeakTableModel::checked_peaks() const {
+    std::vector<int> v;
+    for (std::size_t i = 0; i < rows_.size(); ++i)
+        if (checked_[i]) v.push_back(rows_[i].number - 1);
+    return v;
 }
 
 int PeakTableModel::rowCount(const QModelIndex& parent) const {
@@ -28,6 +56,8 @@ int PeakTableModel::columnCount(const QModelIndex& parent) const { return parent
 QVariant PeakTableModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid() || index.row() >= static_cast<int>(rows_.size()) || index.column() >= 7) return {};
     if (role == Qt::TextAlignmentRole) return int(Qt::AlignRight | Qt::AlignVCenter);
+    if (role == Qt::CheckStateRole && index.column() == 0)
+        return checked_[static_cast<std::size_t>(index.row())] ? Qt::Checked : Qt::Unchecked;
     if (role != Qt::DisplayRole) return {};
     // Formatting a row is cheap next to drawing it; only visible rows are asked for.
     const auto fields = peak_table_fields(rows_[static_cast<std::size_t>(index.row())], decimals_);
@@ -50,6 +80,9 @@ PeakListPanel::PeakListPanel(QWidget* parent)
     connect(form_->done, &QPushButton::clicked, dialog_, &QDialog::hide);
     connect(form_->print, &QPushButton::clicked, this, [this] {
         if (on_print) on_print();
+    });
+    connect(form_->calibrate, &QPushButton::clicked, this, [this] {
+        if (on_calibrate) on_calibrate(model_->checked_peaks());
     });
 }
 

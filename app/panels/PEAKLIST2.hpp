@@ -31,9 +31,16 @@ public:
     int columnCount(const QModelIndex& parent = QModelIndex()) const override;
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    // The first column carries a check box: the peaks to calibrate on.
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+    // 0-based indices into the spectrum's peaks of the checked rows.
+    std::vector<int> checked_peaks() const;
+    const std::vector<PeakTableRow>& rows() const { return rows_; }
 
 private:
     std::vector<PeakTableRow> rows_;
+    std::vector<char> checked_;
     PeakDecimals decimals_;
 };
 
@@ -47,9 +54,12 @@ public:
     void show_table(const PeakTable& table, const PeakDecimals& decimals);
     QDialog* dialog() const { return dialog_; }
     const PeakTableModel& model() const { return *model_; }
+    PeakTableModel& model() { return *model_; }
 
     // "Print Peaks To File" pressed.
     std::function<void()> on_print;
+    // "Calibrate Checked" pressed, with the checked peaks (0-based).
+    std::function<void(const std::vector<int>&)> on_calibrate;
 
 private:
     QDialog* dialog_;

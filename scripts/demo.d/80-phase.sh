@@ -54,3 +54,11 @@ with open(sys.argv[3], 'wb') as out:
               + chunk(b'IDAT', zlib.compress(raw, 9)) + chunk(b'IEND', b''))
 print('wrote', sys.argv[3], '(magnitude left, absorption right, 90.30 to 90.90 kHz)')
 PY
+
+# Complex division: a blank of the same ions at half their abundance, made
+# with the same chirp, divides the excitation's phase out with no phase model;
+# the real quotient stands at 2 on every ion.
+ions="$(dirname "$SAMPLE")/sample_ions.csv"
+awk -F, 'BEGIN { OFS = "," } $1 !~ /^[0-9.]+$/ { print; next } { $2 = $2 / 2; print }' "$ions" > "$OUT/blank_ions.csv"
+"$VX" simulate "$OUT/blank_ions.csv" -o "$OUT/blank.dat" --points 65536 --noise 0.002 --seed 43 --date 2026-11-23 > /dev/null
+"$VX" phase "$SAMPLE" --divide "$OUT/blank.dat" -o "$OUT/quotient.csv" --dispersion "$OUT/quotient_imaginary.csv"

@@ -345,6 +345,16 @@ int Save_Tulva_Phase_Coeff(const std::string& in, const std::string& out, double
     std::string source = in;
     std::string unzipped;
     const bool zipped = in.size() > 2 && in.compare(in.size() - 2, 2, ".Z") == 0;
+    // A zipped source is written back packed, as OUT.Z when OUT does not end in
+    // ".Z": that archive must not be the source either.
+    if (zipped) {
+        const bool out_z = out.size() > 2 && out.compare(out.size() - 2, 2, ".Z") == 0;
+        const std::string archive = out_z ? out : out + ".Z";
+        if (same_file(in, archive) || fs::weakly_canonical(fs::path(in)) == fs::weakly_canonical(fs::path(archive))) {
+            ui.MessagePopup("File Output Error", "The phase parameters cannot be written over the file they come from.");
+            return -1;
+        }
+    }
     if (zipped) {
         const fs::path p(in);
         const std::string name = p.stem().string();

@@ -33,7 +33,7 @@ struct SimulatedRun {
     // shift_ppm(m) moves where the simulator puts an ion away from the two-term
     // law, as a residual error along the spectrum does.
     template <class Shift>
-    SimulatedRun(double noise, Shift shift_ppm) {
+    SimulatedRun(double noise, Shift shift_ppm, int apodization = APOD_HANN) {
         SimParameters p;
         p.points = 1 << 20;
         p.noise = noise;
@@ -61,6 +61,7 @@ struct SimulatedRun {
         if (slot < 0) return;
         EXPECT_NEAR(s().Aterm, A0 * (1 + 5e-5), 1e-6);  // written with six decimals
         ws.settings.zerofills = 2;
+        ws.settings.apodization = apodization;
         EXPECT_EQ(process_command(ws, ui), 0);
         FindPeakOptions(ws, slot);
         ws.settings.low_mass = 150.0;
@@ -154,6 +155,46 @@ TEST(Recovery, TwoTermFitRecoversTheTrueCoefficients) {
     // The peaks now carry the fitted masses: calibrants and the others alike.
     EXPECT_LT(rms(run.errors(run.calibrants)), 0.05);
     EXPECT_LT(rms(run.errors(run.others)), 0.1);
+}
+
+// Where the RMS error of the calibrants comes from. Without noise it is the
+// bias of the three-point parabola at the peak tops (about 0.014 ppm): the fit
+// itself adds nothing. With noise it grows in proportion to the noise: at a
+// weakest S/N near 200 the peak positions of the usual full Hann window scatter
+// by about 0.09 ppm. A transient that decays during the acquisition holds most
+// of its signal at the start, which the full window weights down; the half
+// Hann window (falling from the first sample) keeps it and lowers the scatter
+// by about a third at the same noise. Neither reaches 0.05 ppm at S/N 100-200:
+// that is the precision of the peak positions, not of the calibration.
+TEST(Recovery, PeakPositionPrecisionLimitsTheRms) {
+    const auto none = [](double) { return 0.0; };
+    double clean = 0, full = 0, half = 0, sn_full = 1e300;
+    {
+        SimulatedRun run(0.0, none);
+        ASSERT_GE(run.slot, 0);
+        clean = run.calibrate(false).RmsError;
+    }
+    {
+        SimulatedRun run(0.5, none);
+        ASSERT_GE(run.slot, 0);
+        for (const Peak& p : run.s().peaks) sn_full = std::min(sn_full, run.sn_of(p.frequency));
+        full = run.calibrate(false).RmsError;
+    }
+    {
+        SimulatedRun run(0.5, none, APOD_HALF_HANN);
+        ASSERT_GE(run.slot, 0);
+        half = run.calibrate(false).RmsError;
+    }
+    RecordProperty("rms_ppm_no_noise", std::to_string(clean));
+    RecordProperty("rms_ppm_hann", std::to_string(full));
+    RecordProperty("rms_ppm_half_hann", std::to_string(half));
+    RecordProperty("weakest_sn_hann", std::to_string(sn_full));
+    EXPECT_LT(clean, 0.02);
+    EXPECT_GT(sn_full, 150.0);
+    EXPECT_LT(sn_full, 300.0);
+    EXPECT_GT(full, 0.05);  // the goal is missed with the full window at this S/N
+    EXPECT_LT(full, 0.15);
+    EXPECT_LT(half, 0.8 * full);
 }
 
 TEST(Recovery, WalkingIsExactAtCalibrantsAndLowersErrorsBetweenThem) {

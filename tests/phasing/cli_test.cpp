@@ -100,3 +100,34 @@ TEST_F(PhaseCli, RefusalsExitNonZero) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(PhaseCli, DivisionByABlankAndTheTransferFunction) {
+    vx::test::write_file(path("half.csv"), "mz,abundance,decay\n300,0.5,0.2\n520,0.35,0.2\n810,0.25,0.2\n1400,0.2,0.2\n");
+    ASSERT_EQ(run("simulate '" + path("half.csv") + "' --points 32768 --noise 0.001 --date 2026-05-05 -o '" +
+                  path("blank.dat") + "'")
+                  .status,
+              0);
+    for (const char* extra : {"", " --transfer"}) {
+        SCOPED_TRACE(extra);
+        CliRun r = run("phase '" + path("s.dat") + "' --divide '" + path("blank.dat") + "'" + extra + " --json -o '" +
+                           path("q.bin") + "' --dispersion '" + path("i.bin") + "'",
+                       false);
+        ASSERT_EQ(r.status, 0) << r.out << r.err;
+        const nlohmann::json j = nlohmann::json::parse(r.out);
+        EXPECT_EQ(j["mode"], std::string(extra).empty() ? "division" : "transfer");
+        EXPECT_EQ(j["datacount"].get<int>(), 16384);
+        EXPECT_EQ(fs::file_size(path("q.bin")), 16384u * 4);  // no zero-fill: N = 16384 float32
+        EXPECT_EQ(fs::file_size(path("i.bin")), 16384u * 4);
+    }
+    // A blank of another length is refused.
+    ASSERT_EQ(run("simulate '" + path("half.csv") + "' --points 16384 --date 2026-05-05 -o '" + path("short.dat") + "'")
+                  .status,
+              0);
+    CliRun bad = run("phase '" + path("s.dat") + "' --divide '" + path("short.dat") + "'");
+    EXPECT_NE(bad.status, 0);
+    EXPECT_NE(bad.out.find("must be the same length"), std::string::npos) << bad.out;
+}
+
+}  // namespace

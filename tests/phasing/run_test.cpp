@@ -14,6 +14,7 @@
 #include "phasing/phase_run.hpp"
 #include "phasing/phase_search.hpp"
 #include "platform/ui.hpp"
+#include "platform/zip.hpp"
 #include "sim/simulator.hpp"
 #include "support/cli.hpp"
 #include "support/files.hpp"
@@ -188,6 +189,46 @@ TEST(PhaseRun, SentinelConstantAndCorrectedTransients) {
     EXPECT_FALSE(std::filesystem::exists(dir.file("o.dat")));
     for (const auto& e : std::filesystem::directory_iterator(dir.path()))
         EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
+}
+
+TEST(PhaseRun, ZippedSourceIsWrittenBackZippedWithTheBlock) {
+    TempDir dir;
+    const std::string plain = simulate(dir, "sim.dat", params(1 << 12), ions());
+    const std::string original = test::read_file(plain);
+    ASSERT_EQ(zip1(plain, dir.path().string()), 0);
+    std::filesystem::remove(plain);  // the archive is all there is
+    const std::string archive = plain + ".Z";
+    const std::string archive_bytes = test::read_file(archive);
+    RecordingUi ui;
+
+    const std::string out = dir.file("terms.dat.Z");
+    ASSERT_EQ(Save_Tulva_Phase_Coeff(archive, out, 150, 0.0005, 12.5, 500000, 20000, 0, 0, 1e6, 0, ui), 0);
+    EXPECT_FALSE(std::filesystem::exists(dir.file("terms.dat")));  // only the packed copy stays
+    ASSERT_EQ(unzip1(out, dir.path().string(), "check.dat"), UNZIP_OK);
+    const std::string text = test::read_file(dir.file("check.dat"));
+    EXPECT_NE(text.find("Phase Parameters:\nOptimized Sweep Rate:150.0000\nOptimized Delay:0.000500000000\n"
+                        "Optimized Constant:12.500000000000\n"),
+              std::string::npos);
+    // The samples behind the marker are the source's, byte for byte.
+    const auto data_of = [](const std::string& b) { return b.substr(b.find("\nData:\n") + 7); };
+    EXPECT_EQ(data_of(text), data_of(original));
+    EXPECT_EQ(open(dir.file("check.dat")).phaseparams, 1);
+
+    // An output without ".Z" is packed as OUT.Z; when that is the source
+    // itself, nothing is written.
+    EXPECT_EQ(Save_Tulva_Phase_Coeff(archive, plain, 150, 0, 0, 1, 1, 0, 0, 1, 0, ui), -1);
+    EXPECT_EQ(test::read_file(archive), archive_bytes);
+    ASSERT_EQ(Save_Tulva_Phase_Coeff(archive, dir.file("other.dat"), 150, 0, 0, 1, 1, 0, 0, 1, 0, ui), 0);
+    EXPECT_TRUE(std::filesystem::exists(dir.file("other.dat.Z")));
+
+    // A damaged archive is refused with the reader's words.
+    const std::string broken = dir.write("broken.dat.Z", archive_bytes.substr(0, archive_bytes.size() / 2));
+    RecordingUi bad;
+    EXPECT_EQ(Save_Tulva_Phase_Coeff(broken, dir.file("b.dat.Z"), 150, 0, 0, 1, 1, 0, 0, 1, 0, bad), -1);
+    EXPECT_TRUE(bad.saw("File Input Error", "Not Valid TULVA Data File Format"));
+    EXPECT_FALSE(std::filesystem::exists(dir.file("b.dat.Z")));
+    for (const auto& e : std::filesystem::directory_iterator(dir.path()))
+        EXPECT_NE(e.path().filename().string()[0], '.') << e.path();  // no unpacked copy left behind
 }
 
 // Full width at half maximum of the peak whose top is at or next to k, by
