@@ -350,4 +350,8 @@ int add_to_calibration(MainWindow* main, std::span<const CalibrantPick> picks) {
     return calibrate_panel(main)->add_picks(picks);
 }
 
+int quick_calibrate_from_series(MainWindow* main, const QuickCalRequest& request) {
+    return calibrate_panel(main)->quick_calibrate(request);
+}
+
 }  // namespace vx

@@ -94,5 +94,8 @@ CalibrateDialog* calibrate_panel(MainWindow* main);
 void calibrate_checked_peaks(MainWindow* main, const std::vector<int>& checked);
 // For other panels' "add to calibration": the picks join the table, which is shown.
 int add_to_calibration(MainWindow* main, std::span<const CalibrantPick> picks);
+// For the Kendrick panel's quick calibration: FinishQuickCalNew on the active
+// spectrum, the peak table and the plot redrawn, the panel shown.
+int quick_calibrate_from_series(MainWindow* main, const QuickCalRequest& request);
 
 }  // namespace vx

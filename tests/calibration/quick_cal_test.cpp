@@ -60,7 +60,9 @@ TEST(CalibrationEntry, PickedPeaksJoinTheTableInPeakOrder) {
     EXPECT_EQ(panel.rows[0].number, 1);
     EXPECT_EQ(panel.rows[1].number, 3);
     EXPECT_EQ(panel.rows[2].number, 4);
-    EXPECT_NEAR(panel.rows[0].error, 3.0, 1e-6);  // A 3 ppm high moves every mass 3 ppm (B is tiny here)
+    const double f0 = s.peaks[0].frequency;
+    EXPECT_NEAR(panel.rows[0].error, (law(s.Aterm, B0, 1.5, f0) - masses[0]) / masses[0] * 1e6, 1e-7);
+    EXPECT_NEAR(panel.rows[0].error, 3.0, 0.01);  // A 3 ppm high: nearly 3 ppm on every mass
     EXPECT_EQ(panel.rows[1].theoretical, -1.0);
     EXPECT_EQ(panel.rows[1].error, 0.0);
     EXPECT_EQ(s.peaks[3].iscalibrant, 1);
