@@ -7,6 +7,7 @@
 // coefficients in their headers (FILE.new).
 //
 // vantorix ref write|read: reference files of exact masses.
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <iostream>
@@ -17,6 +18,7 @@
 
 #include "calibration/calibration.hpp"
 #include "calibration/calibration_commands.hpp"
+#include "calibration/quick_cal.hpp"
 #include "calibration/reference_file.hpp"
 #include "commands.hpp"
 #include "formats/open_file.hpp"
@@ -32,6 +34,7 @@ namespace {
 struct CalibrateOptions {
     std::string file;
     std::string ref;
+    double series = -1.0;  // first m/z of a CH2 series that calibrates instead of a reference file
     double tolerance = -1.0;
     std::string units;
     bool walking = false;
@@ -104,7 +107,11 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
     ctx.ui.default_confirm = o.overwrite;
     if (ctx.load_settings() < 0) return 1;
     std::vector<double> masses;
-    if (read_reference_file(o.ref, masses, ctx.ui) < 0) return 1;
+    if (o.ref.empty() == (o.series <= 0.0)) {
+        ctx.ui.MessagePopup("Operator Error", "Give either --ref or --series.");
+        return 1;
+    }
+    if (!o.ref.empty() && read_reference_file(o.ref, masses, ctx.ui) < 0) return 1;
 
     MatchTolerance tol = tolerance_from_settings(ctx.ws.settings);
     if (o.tolerance > 0.0) tol.limit = o.tolerance;
@@ -132,7 +139,27 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
     panel.WalkingOn = o.walking;
     panel.WalkingTerms = o.terms;
     ReferenceMatch match;
-    if (calibrate_from_reference(s, panel, masses, tol, ctx.ui, &match) < 0) return 1;
+    if (o.series > 0.0) {
+        // Quick calibration: the peaks on the CH2 series from the given m/z
+        // are the checked members, the series' masses their theoretical ones.
+        QuickCalRequest q;
+        q.start_mz = o.series;
+        q.run_fit = false;
+        double highest = 0.0;
+        for (const Peak& p : s.peaks) highest = std::max(highest, p.mass);
+        masses = quick_cal_series(o.series, 2.0 * q.unit_first + q.unit_second, highest);
+        q.checked = MatchTheo_toMeasured(s, masses, tol);
+        match.checked = static_cast<int>(q.checked.size());
+        if (FinishQuickCalNew(panel, s, q, tol, ctx.ui) < 0) return 1;
+        match.duplicates = RemoveDuplicateCalibrants(panel);
+        match.unassigned = match.checked - static_cast<int>(panel.rows.size()) - match.duplicates;
+        if (panel.rows.size() < 2) {
+            ctx.ui.MessagePopup("Operator Error", "Must check at least 2 \n peaks for calibration");
+            return 1;
+        }
+    } else if (calibrate_from_reference(s, panel, masses, tol, ctx.ui, &match) < 0) {
+        return 1;
+    }
     const int unassigned = match.unassigned, duplicates = match.duplicates;
     CalibrationPanel before = panel;
     Update_Calibration(before, s.Aterm, s.Bterm, s.Trapvoltage);
@@ -306,10 +333,14 @@ int run_ref_read(Context& ctx, const RefOptions& o) {
 CommandRegistration reg([](CLI::App& app, Context& ctx) {
     {
         auto o = std::make_shared<CalibrateOptions>();
-        auto* sub = app.add_subcommand("calibrate", "Calibrate a data file against a reference file of exact masses");
+        auto* sub = app.add_subcommand("calibrate",
+                                       "Calibrate a data file against a reference file of exact masses or a CH2 series");
         sub->add_option("file", o->file, "Tulva data file; transients are processed and their peaks found first")
             ->required();
-        sub->add_option("--ref", o->ref, "Reference file (.ref) of exact m/z values")->required();
+        auto* ref = sub->add_option("--ref", o->ref, "Reference file (.ref) of exact m/z values");
+        sub->add_option("--series", o->series,
+                        "Quick calibration on a CH2 series: the peaks at this m/z + k x 14.01565 are the calibrants")
+            ->excludes(ref);
         sub->add_option("--tolerance", o->tolerance, "Matching limit (default AUTOCALMASSERRORLIMIT, 1.0)");
         sub->add_option("--units", o->units, "Units of the limit: ppm or mz (default AUTOCALUNITS)")
             ->check(CLI::IsMember({"ppm", "mz"}));

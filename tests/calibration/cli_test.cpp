@@ -147,3 +147,43 @@ TEST(CalibrateCli, ReferenceFilesFromTheCommandLine) {
 
 }  // namespace
 }  // namespace vx
+
+namespace vx {
+namespace {
+
+TEST(CalibrateCli, QuickCalibrationOnACh2Series) {
+    // Eight members of a CH2 series and two other ions; the header's A 20 ppm high.
+    test::TempDir dir;
+    const std::string home = dir.file("home"), truth = dir.file("t.dat"), wrong = dir.file("w.dat");
+    const double ch2 = 2 * 1.00782503223 + 12.0;
+    std::vector<SimIon> ions;
+    for (int k = 0; k < 8; ++k) ions.push_back({301.2 + k * ch2, 0.5, 0.0, 0.0, 1});
+    ions.push_back({333.333, 0.5, 0.0, 0.0, 1});
+    ions.push_back({377.777, 0.5, 0.0, 0.0, 1});
+    SimParameters p;
+    p.points = 1 << 18;
+    p.noise = 0.01;
+    p.int_storage = false;
+    p.lowfreq = 40000.0;
+    p.highfreq = 300000.0;
+    RecordingUi ui;
+    ASSERT_EQ(write_simulated_file(truth, p, ions, ui), 0);
+    ASSERT_EQ(test::run_cli(home, "recal " + q(truth) + " --aterm 47537721.603246 --bterm -3379711463.376564 "
+                                  "--full-precision -o " + q(wrong)).status, 0);
+    auto r = test::run_cli(home, "calibrate " + q(wrong) + " --series 301.2 --tolerance 50 --zerofills 2 --percent "
+                                 "--threshold 5 --json");
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const auto j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["calibrants"].size(), 8u);
+    EXPECT_LT(j["rms_ppm"].get<double>(), 0.5);
+    // The file's true law is the default one: the series brings A back to it.
+    EXPECT_NEAR(j["aterm"].get<double>() / DEFAULT_ATERM - 1.0, 0.0, 1e-6);
+    // A reference file and a series together, or neither: refused.
+    for (const std::string& args : {std::string(" --series 301.2 --ref x.ref"), std::string("")}) {
+        auto bad = test::run_cli(home, "calibrate " + q(wrong) + args, true);
+        EXPECT_NE(bad.status, 0) << args;
+    }
+}
+
+}  // namespace
+}  // namespace vx
