@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "formats/calibration_change.hpp"
 #include "formats/tulva_reader.hpp"
 #include "platform/ui.hpp"
 #include "platform/zip.hpp"
@@ -274,7 +275,9 @@ TEST(TulvaWriter, EveryGenerationReadsBack) {
     auto a = open(src);
     ASSERT_GE(a->slot, 0);
     for (int version : {4, 3, 2}) {
-        const std::string out = dir.file("v" + std::to_string(version) + ".dat");
+        std::string name = "v";
+        name += std::to_string(version);
+        const std::string out = dir.file(name + ".dat");
         TulvaWriteOptions o;
         o.version = version;
         ASSERT_EQ(SaveasTULVA(a->ws, true, out, a->slot, 0, a->ui, o), 0);
@@ -417,6 +420,28 @@ TEST(TulvaWriter, SaveCommand) {
     r = test::run_cli(dir.path().string(), "save '" + src + "' -o '" + dir.file("v3.dat") + "' --version 3");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(test::read_file(dir.file("v3.dat")).rfind("TULVA Data File v3.00\n", 0), 0u);
+}
+
+TEST(CalibrationChangePanel, WritesEachChosenFileAndCountsProgress) {
+    TempDir dir;
+    const std::string a = write_source(dir, v4_header(), SAMPLES, "a.dat");
+    const std::string b = write_source(dir, v4_header(), SAMPLES, "b.dat");
+    RecordingUi ui;
+    EXPECT_EQ(change_calibration_of_files({a}, 0.0, 1e-6, ui), -1);
+    EXPECT_TRUE(ui.saw("Wrong Parameters", "Please specify the paremeters before picking files"));
+    EXPECT_FALSE(fs::exists(a + ".new"));
+
+    // The files are asked for when none are given; the bar counts them.
+    ui.file_lists.push_back({a, b, dir.file("missing.dat")});
+    std::vector<std::pair<int, int>> steps;
+    EXPECT_EQ(change_calibration_of_files({}, 1.5e8, -2.5e8, ui, [&](int d, int t) { steps.emplace_back(d, t); }), 2);
+    EXPECT_EQ(steps, (std::vector<std::pair<int, int>>{{0, 3}, {1, 3}, {2, 3}, {3, 3}}));
+    auto r = open(a + ".new");
+    ASSERT_GE(r->slot, 0);
+    EXPECT_EQ(r->s().Aterm, 1.5e8);
+    EXPECT_EQ(r->s().Bterm, -2.5e8);
+    EXPECT_EQ(r->s().data, SAMPLES);
+    EXPECT_TRUE(fs::exists(b + ".new"));
 }
 
 }  // namespace
