@@ -3,10 +3,10 @@
 # the spectrum and its peak list exported as mzML.
 set -euo pipefail
 "$VX" save "$SAMPLE" -o "$OUT/sample-copy.dat" --storage-line
-"$VX" info "$OUT/sample-copy.dat" | head -n 8
+"$VX" info "$OUT/sample-copy.dat" | sed -n '1,8p'
 "$VX" phase "$SAMPLE" --save "$OUT/sample.vfd" | tail -n 2
-"$VX" info "$OUT/sample.vfd" | head -n 12
-"$VX" peaks "$OUT/sample.vfd" | head -n 8
+"$VX" info "$OUT/sample.vfd" | sed -n '1,12p'
+"$VX" peaks "$OUT/sample.vfd" | sed -n '1,8p'
 "$VX" export "$OUT/sample.vfd" -o "$OUT/sample.mzML"
 "$VX" export "$SAMPLE" --peaks -o "$OUT/sample-peaks.mzML"
 if command -v FileInfo >/dev/null; then

@@ -70,4 +70,14 @@ std::string wcd_target_for(const std::string& filename);
 int PrephaseFrequency_callback(Workspace& ws, Ui& ui, const VfdStoreOptions& options = {});
 int PrephaseFrequency2_callback(Workspace& ws, Ui& ui, const VfdStoreOptions& options = {});
 
+// The openers of the batch workers: path into a private record (no slot, no
+// display, no defaults but storedcount = 0), by one table of keys; the VFD
+// form also takes the phase terms and "InitialExciteFrequency:", the plain
+// form the "Initial/Final Frequency:" and "Optimized Sweep Rate:" lines of a
+// script. The block behind "Data:" (column 0) is read as its storage type
+// says, and the excitation duration is |lowfreq - highfreq| / sweeprate /
+// 1e6. quiet: failures go to the console instead of a popup. Returns 0 or -1.
+int OpenVantorixFile(const std::string& path, Spectrum& worker, bool quiet, Ui& ui);
+int OpenVantorixVFD(const std::string& path, Spectrum& worker, bool quiet, Ui& ui);
+
 }  // namespace vx

@@ -489,5 +489,41 @@ TEST(FrequencyFile, PhaseSaveAndInfoCommands) {
     EXPECT_NE(r.status, 0);
 }
 
+TEST(FrequencyFile, WorkerOpeners) {
+    TempDir dir;
+    // A transient with a script's terms, 16-bit samples on a voltage scale.
+    const std::string dat = dir.write(
+        "w.dat", test::tulva_text({"Vantorix Data File v4.00", "Data Points: 4", "Storage Type: int",
+                                   "Voltage Scale: 0.5", "Initial Frequency: 100000", "Final Frequency: 300000",
+                                   "Optimized Sweep Rate: 200", "Source Coeff0: 1.5e8", "Zeroorder: 9"},
+                                  test::int16_bytes({2, -4, 6, 8})));
+    RecordingUi ui;
+    Spectrum w;
+    ASSERT_EQ(OpenVantorixFile(dat, w, false, ui), 0);
+    EXPECT_EQ(w.data, (std::vector<float>{1, -2, 3, 4}));
+    EXPECT_EQ(w.lowfreq, 100000.0);
+    EXPECT_EQ(w.highfreq, 300000.0);
+    EXPECT_EQ(w.Aterm, 1.5e8);
+    EXPECT_EQ(w.Zeroorder, 0.0);  // a phase term only the VFD form takes
+    EXPECT_DOUBLE_EQ(w.exciteduration, 200000.0 / 200.0 / 1e6);
+
+    // The VFD form: script lines are not its keys, the phase terms are.
+    Spectrum v;
+    ASSERT_EQ(OpenVantorixVFD(dat, v, false, ui), 0);
+    EXPECT_EQ(v.lowfreq, -1.0);
+    EXPECT_EQ(v.Zeroorder, 9.0);
+
+    // Failures in the words of the readers; quiet ones on the console.
+    const std::string cut = dir.write("cut.dat", test::tulva_text({"Data Points: 8", "Storage Type: float"}, "xx"));
+    RecordingUi q;
+    Spectrum c;
+    EXPECT_EQ(OpenVantorixFile(cut, c, true, q), -1);
+    EXPECT_TRUE(q.messages.empty());
+    EXPECT_NE(q.console.find("ends before its data"), std::string::npos);
+    const std::string nomark = dir.write("n.dat", "Vantorix Data File v4.00\nData Points: 4\n");
+    EXPECT_EQ(OpenVantorixFile(nomark, c, false, q), -1);
+    EXPECT_TRUE(q.saw("File Input Error", "No Data Marker Found"));
+}
+
 }  // namespace
 }  // namespace vx
