@@ -525,5 +525,29 @@ TEST(FrequencyFile, WorkerOpeners) {
     EXPECT_TRUE(q.saw("File Input Error", "No Data Marker Found"));
 }
 
+TEST(FrequencyFile, CalibrateSavesTheWalkingTable) {
+    TempDir dir;
+    const std::string src = dir.file("sample.dat");
+    test::write_file(src, test::read_file(std::string(VANTORIX_SOURCE_DIR) + "/data/sample.dat"));
+    const std::string home = dir.path().string();
+    ASSERT_EQ(test::run_cli(home, "ref write '" + dir.file("cal.ref") +
+                                      "' 195.08765 322.04812 524.26496 622.02896 922.00980 1221.99064")
+                  .status,
+              0);
+    const std::string cal = "calibrate '" + src + "' --ref '" + dir.file("cal.ref") + "' --tolerance 50 ";
+    auto r = test::run_cli(home, cal + "--walking --save '" + dir.file("s.wcd") + "' --json");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const int regions = nlohmann::json::parse(r.out)["walking_regions"];
+    ASSERT_GE(regions, 2);
+    auto o = open(dir.file("s.wcd"));
+    ASSERT_GE(o->slot, 0);
+    EXPECT_EQ(o->s().walkingregions, regions);
+    // A .wcd without a walking table is refused before anything is written.
+    r = test::run_cli(home, cal + "--save '" + dir.file("t.wcd") + "'");
+    EXPECT_NE(r.status, 0);
+    EXPECT_NE(r.err.find("Walking Calibration Table is not present."), std::string::npos);
+    EXPECT_FALSE(fs::exists(dir.file("t.wcd")));
+}
+
 }  // namespace
 }  // namespace vx
