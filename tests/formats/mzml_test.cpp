@@ -123,7 +123,9 @@ struct Verdict {
 Verdict file_info(const std::string& path) {
     Verdict v;
     std::string out, err;
-    const int rc = test::run_command("FileInfo -v -in '" + path + "' 2>&1", &out, &err);
+    // OpenMS keeps its settings under HOME: the test's folder stands in for it.
+    const std::string home = std::filesystem::path(path).parent_path().string();
+    const int rc = test::run_command("HOME='" + home + "' FileInfo -v -in '" + path + "' 2>&1", &out, &err);
     v.ran = rc == 0 || !out.empty();
     v.text = out + err;
     v.failed = v.text.find("Failed - errors are listed above!") != std::string::npos;
@@ -139,7 +141,10 @@ bool topp_present() { return test::run_command("command -v FileInfo >/dev/null &
 std::vector<std::pair<double, double>> read_back(const std::string& mzml, const std::string& dta2d) {
     std::vector<std::pair<double, double>> out;
     std::string log;
-    if (test::run_command("FileConverter -in '" + mzml + "' -out '" + dta2d + "' -out_type dta2d 2>&1", &log) != 0) {
+    const std::string home = std::filesystem::path(mzml).parent_path().string();
+    if (test::run_command("HOME='" + home + "' FileConverter -in '" + mzml + "' -out '" + dta2d +
+                              "' -out_type dta2d 2>&1",
+                          &log) != 0) {
         ADD_FAILURE() << log;
         return out;
     }
