@@ -28,16 +28,19 @@
 #include <cmath>
 
 #include "formats/bruker.hpp"
+#include "formats/frequency_file.hpp"
 #include "formats/open_file.hpp"
 #include "formats/peak_list.hpp"
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
+#include "formats/tulva_writer.hpp"
 #include "peaks/find_peaks.hpp"
 #include "peaks/macro.hpp"
 #include "qt_ui.hpp"
 #include "ANALYZE.hpp"
 #include "BRUKER.hpp"
 #include "CALIBRATE.hpp"
+#include "CHANGECAL.hpp"
 #include "KENDRICK.hpp"
 #include "MOLECAL.hpp"
 #include "MOLECALUNO.hpp"
@@ -103,6 +106,13 @@ void MainWindow::build_menus() {
     QMenu* tulva = open->addMenu("Tulva time domain");
     connect(tulva->addAction("DAT file (no Phasing no walking cal)"), &QAction::triggered, this,
             &MainWindow::open_dialog);
+    QMenu* frequency = open->addMenu("Frequency");
+    connect(frequency->addAction("VFD file (no walking calibration)"), &QAction::triggered, this, [this] {
+        if (const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.vfd", "")) open_file(*path);
+    });
+    connect(frequency->addAction("WCD file (with walking calibration)"), &QAction::triggered, this, [this] {
+        if (const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.wcd", "")) open_file(*path);
+    });
     connect(open->addAction("Bruker..."), &QAction::triggered, this, [this] {
         if (const auto dir = select_bruker_directory(*ui_)) open_file(*dir, FILETYPE_BRUKER);
     });
@@ -114,6 +124,19 @@ void MainWindow::build_menus() {
     for (int kind = 0; kind < 3; ++kind)
         connect(save_as->addAction(kinds[kind]), &QAction::triggered, this,
                 [this, kind] { SaveRawSpectrum(*ws_, kind, "", *ui_); });
+    QMenu* vantorix_file = file_menu_->addMenu("Vantorix File");
+    connect(vantorix_file->addAction("DAT File"), &QAction::triggered, this,
+            [this] { SaveasTULVA(*ws_, false, "", ws_->active_panel, 0, *ui_); });
+    connect(vantorix_file->addAction("NEW file no phasing no walking cal"), &QAction::triggered, this,
+            [this] { SaveasTULVA(*ws_, false, "", ws_->active_panel, 1, *ui_); });
+    connect(file_menu_->addAction("Vantorix SED File"), &QAction::triggered, this,
+            [this] { SaveasTULVA_SEDFT(*ws_, false, "", *ui_); });
+    QMenu* frequency_save = file_menu_->addMenu("Vantorix Frequency Data Options");
+    connect(frequency_save->addAction("Save VFD File"), &QAction::triggered, this,
+            [this] { PrephaseFrequency_callback(*ws_, *ui_); });
+    connect(frequency_save->addAction("Save WCD File (with walking calibration)"), &QAction::triggered, this,
+            [this] { PrephaseFrequency2_callback(*ws_, *ui_); });
+    connect(file_menu_->addAction("Change Calibraton"), &QAction::triggered, this, [this] { show_CHANGECAL(this, *ui_); });
     connect(file_menu_->addAction("Save As Wav File..."), &QAction::triggered, this,
             [this] { SaveWaveFileFormat(*ws_, "", *ui_); });
     connect(file_menu_->addAction("Save As XMASS Directory..."), &QAction::triggered, this,
@@ -230,7 +253,7 @@ void MainWindow::sync_windows() {
 
 void MainWindow::open_dialog() {
     // A file inside a Bruker acquisition (fid, ser, acqus, the method) opens the acquisition.
-    const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.dat *.new *.Z *.swf fid ser acqus *.method", "");
+    const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.dat *.new *.Z *.swf *.vfd *.wcd fid ser acqus *.method", "");
     if (path) open_file(*path);
 }
 

@@ -26,6 +26,7 @@
 #include "formats/peak_list.hpp"
 #include "formats/tulva_reader.hpp"
 #include "peak_search.hpp"
+#include "save_frequency.hpp"
 #include "workspace/conversions.hpp"
 
 namespace vx::cli {
@@ -45,6 +46,8 @@ struct CalibrateOptions {
     bool walking_csv_given = false;
     std::string out;
     std::string peaks;
+    std::string save;
+    bool exact_count = false;
     int precision = 6;
     bool json = false;
     bool overwrite = false;
@@ -187,6 +190,19 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
         walking_csv = o.walking_csv.empty() ? walking_csv_path(o.file) : o.walking_csv;
         if (SaveWalkingCalasCSV(s, walking_csv, ctx.ui) != 0) return 1;
     }
+    if (!o.save.empty()) {
+        // A .wcd carries the walking table, a .vfd does not.
+        const bool wcd = o.save.size() > 4 && (o.save.ends_with(".wcd") || o.save.ends_with(".WCD"));
+        if (!o.peaks.empty()) {
+            ctx.ui.MessagePopup("Operator Error", "--save stores the spectrum: it cannot be used with --peaks.");
+            return 1;
+        }
+        if (wcd && s.walkingregions < 2) {
+            ctx.ui.MessagePopup("Walking Calibration Table is not present.", "Walking Calibration File Save was Aborted");
+            return 1;
+        }
+        if (save_frequency_file(ctx, s, o.save, o.file, wcd, o.exact_count) < 0) return 1;
+    }
     if (!o.out.empty()) {
         BatchPeakListOptions b;
         b.low_mass = s.initMz;
@@ -234,6 +250,7 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
         if (!o.table.empty()) j["table"] = o.table;
         if (!walking_csv.empty()) j["walking_csv"] = walking_csv;
         if (!o.out.empty()) j["peak_list"] = o.out;
+        if (!o.save.empty()) j["saved"] = o.save;
         std::cout << j.dump(2) << '\n';
         return 0;
     }
@@ -253,6 +270,7 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
     if (!o.table.empty()) std::cout << "wrote " << o.table << '\n';
     if (!walking_csv.empty()) std::cout << "wrote " << walking_csv << '\n';
     if (!o.out.empty()) std::cout << "wrote " << o.out << '\n';
+    if (!o.save.empty()) std::cout << "wrote " << o.save << '\n';
     return 0;
 }
 
@@ -355,6 +373,10 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
             ->each([o](const std::string&) { o->walking_csv_given = true; });
         sub->add_option("-o,--output", o->out, "Write the recalibrated peak list (.pks batch form)");
         sub->add_option("--peaks", o->peaks, "Take the peaks from this .pks list instead of finding them");
+        sub->add_option("--save", o->save,
+                        "Store the calibrated spectrum: OUT.vfd, or OUT.wcd with the walking table (--walking)");
+        sub->add_flag("--exact-count", o->exact_count,
+                      "With --save: store the spectrum's own length (no zero-fill/truncation counts)");
         sub->add_option("--precision", o->precision, "Decimals of m/z in the peak list (default 6)")
             ->check(CLI::Range(0, 10));
         sub->add_flag("--json", o->json, "Print one JSON object");

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.hpp"
+#include "save_frequency.hpp"
 #include "formats/open_file.hpp"
 #include "formats/spectrum_export.hpp"
 #include "formats/tulva_reader.hpp"
@@ -23,7 +24,8 @@ namespace vx::cli {
 namespace {
 
 struct PhaseCliOptions {
-    std::string file, out, dispersion, write_terms, inverse_out, divide;
+    std::string file, out, dispersion, write_terms, inverse_out, divide, save_vfd;
+    bool exact_count = false;
     std::string method = "iterate", form = "final", apodization = "none", terms, baseline = "dips";
     bool exclude_excite = false, zero_dc = false, roll = false, harmonic3 = false, extra_point = false;
     bool special = false, test = false, json = false, overwrite = false, transfer = false;
@@ -161,6 +163,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     if (rc < 0) return 1;
 
     if (!o.out.empty() && write_export(ctx, slot, o.out) < 0) return 1;
+    if (!o.save_vfd.empty() && save_frequency_file(ctx, s, o.save_vfd, o.file, false, o.exact_count) < 0) return 1;
     if (!o.dispersion.empty()) {
         std::vector<float> keep = s.data;
         s.data = res.dispersion;
@@ -211,6 +214,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         }
         if (!o.out.empty()) j["output"] = o.out;
         if (!o.write_terms.empty()) j["terms_file"] = o.write_terms;
+        if (!o.save_vfd.empty()) j["vfd"] = o.save_vfd;
         std::cout << j.dump(2) << '\n';
     } else {
         std::cout << fmt::format("Form {}\n", res.form);
@@ -225,6 +229,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
                                      res.section_final[i], res.section_constant[i]);
         if (!o.out.empty()) std::cout << fmt::format("wrote {} ({} points, {} Hz per point)\n", o.out, s.datacount, s.hzppt);
         if (!o.write_terms.empty()) std::cout << fmt::format("wrote {}\n", o.write_terms);
+        if (!o.save_vfd.empty()) std::cout << fmt::format("wrote {}\n", o.save_vfd);
     }
     return 0;
 }
@@ -263,6 +268,9 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto* cons = sub->add_option("--constant", o->constant, "Apply this zero-order constant in degrees, no search");
     terms->excludes(cons);
     sub->add_option("--dispersion", o->dispersion, "Also write the dispersion (imaginary) spectrum");
+    sub->add_option("--save", o->save_vfd, "Store the phased spectrum as a frequency data file (.vfd)");
+    sub->add_flag("--exact-count", o->exact_count,
+                  "With --save: store the spectrum's own length (no zero-fill/truncation counts)");
     sub->add_option("--write-terms", o->write_terms, "Write a copy of FILE with the Phase Parameters found");
     sub->add_option("--inverse", o->inverse_out,
                     "Rotate and go back to a phase-corrected transient (.dat copy of FILE, or an export)");

@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include "formats/frequency_file.hpp"
 #include "platform/keyscan.hpp"
 #include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
@@ -783,11 +784,8 @@ int open_tulva(const Workspace& ws, const std::string& path, Opened& o, Ui& ui) 
     return 0;
 }
 
-int read_frequency_v10(Workspace&, std::FILE*, Spectrum&, Ui& ui) {
-    ui.MessagePopup(FILE_INPUT_ERROR,
-                    "Vantorix Frequency Datafile v1 files are opened by the frequency data reader, which this "
-                    "version does not include.");
-    return -1;
+int read_frequency_v10(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui) {
+    return Get_Tulva_Frequency_Data_v10(ws, f, s, ui);
 }
 
 }  // namespace
