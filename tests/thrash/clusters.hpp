@@ -28,14 +28,17 @@ struct TrueCluster {
     double height = 1.0;  // of the most abundant level, above the noise
 };
 
-inline std::vector<Ion> cluster_ions(const TrueCluster& c, double rp) {
+// Lines of a transient's Fourier limit: every line is fwhm_pts points wide
+// whatever its m/z (rp = point / width).
+inline std::vector<Ion> cluster_ions(const TrueCluster& c, const Spectrum& s, double fwhm_pts = 3.0) {
     const IsotopeLevels lv = isotope_levels(c.atoms, 100);
     double top = 0.0;
     for (double p : lv.probability) top = std::max(top, p);
     std::vector<Ion> ions;
     for (std::size_t k = 0; k < lv.probability.size(); ++k) {
         if (lv.probability[k] < 0.001 * top) continue;
-        ions.push_back({(lv.mean_mass[k] + c.charge * PROTON_EXACT) / c.charge, c.height * lv.probability[k] / top, rp});
+        const double mz = (lv.mean_mass[k] + c.charge * PROTON_EXACT) / c.charge;
+        ions.push_back({mz, c.height * lv.probability[k] / top, point_of(s, mz) / fwhm_pts});
     }
     return ions;
 }

@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+
+#include "clusters.hpp"
+#include "platform/ui.hpp"
+#include "thrash/thrash.hpp"
+
+namespace vx {
+namespace {
+
+const AveragineTable& bundled() {
+    static const AveragineTable t = [] {
+        AveragineTable t;
+        RecordingUi ui;
+        ReadAveragineTable(t, ui, nullptr, std::string(VANTORIX_SOURCE_DIR) + "/data/averagine_lookup2.txt");
+        return t;
+    }();
+    return t;
+}
+
+const Composition UBIQUITIN{378, 629, 105, 118, 1};
+
+struct Truth {
+    double mono_mass;
+    int charge;
+    double snr;
+    int idx;  // most abundant level
+};
+
+// Scores a run against the truth: a cluster is right when its charge is and
+// its mono mass lies within 0.05 Da of the truth less idx x 0.00492 (the
+// proton used as spacing), off by one when a dalton away.
+struct Score {
+    int right_charge = 0, right_mono = 0, off_by_one = 0, false_clusters = 0, refined_1ppm = 0, found = 0;
+};
+
+Score score(const std::vector<ThrashPeak>& rows, const std::vector<Truth>& truth) {
+    Score s;
+    for (const ThrashPeak& r : rows) {
+        if (r.continuation) continue;
+        const Truth* best = nullptr;
+        for (const Truth& t : truth)
+            if (std::fabs((r.mostabundant_mz - (t.mono_mass / t.charge + 1.00727)) ) < 60.0 / t.charge &&
+                (!best || std::fabs(r.monoisotopic_mass - t.mono_mass) < std::fabs(r.monoisotopic_mass - best->mono_mass)))
+                best = &t;
+        if (!best || r.charge != best->charge) {
+            ++s.false_clusters;
+            continue;
+        }
+        ++s.right_charge;
+        const double expect = best->mono_mass - best->idx * 0.00492;
+        const double off = r.monoisotopic_mass - expect;
+        if (std::fabs(off) < 0.05) {
+            ++s.right_mono;
+            if (std::fabs(r.monoisotopic_mw_refined - best->mono_mass) / best->mono_mass < 1e-6) ++s.refined_1ppm;
+        } else if (std::fabs(std::fabs(off) - 1.0) < 0.1) {
+            ++s.off_by_one;
+        }
+    }
+    return s;
+}
+
+TEST(Thrash, UbiquitinChargesFiveToThirteen) {
+    Spectrum s = test::protein_spectrum();
+    const double mono = monoisotopic_mass(UBIQUITIN);
+    std::vector<Truth> truth;
+    std::vector<test::Ion> ions;
+    const double noise = 1.0;
+    for (int z = 5; z <= 13; ++z) {
+        const double snr = 20.0 + 60.0 * (z - 5);
+        test::TrueCluster c{UBIQUITIN, z, snr * 2.0 * noise};
+        auto part = test::cluster_ions(c, s);
+        ions.insert(ions.end(), part.begin(), part.end());
+        std::array<double, AVERAGINE_WIDTH> p{};
+        const int idx = static_cast<int>(distrib_calculation((mono + z * 1.00727) / z, z, p.data(), nullptr, 2,
+                                                              bundled(), s, ModelSettings{}));
+        truth.push_back({mono, z, snr, idx});
+    }
+    test::add_ions(s, ions);
+    test::add_rayleigh_noise(s, noise, 11);
+    ThrashParams p;
+    p.low_mass = 600.0;
+    p.high_mass = 1800.0;
+    ThrashResult r;
+    RecordingUi ui;
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, ui), 0);
+    const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const Score sc = score(r.peaks, truth);
+    std::printf("ubiquitin 5-13: %d clusters reported, charge right %d, mono right %d, off by one %d, false %d, "
+                "refined within 1 ppm %d; %d all-charges passes, %d fits, %.2f s\n",
+                r.clusters, sc.right_charge, sc.right_mono, sc.off_by_one, sc.false_clusters, sc.refined_1ppm,
+                r.all_charge_passes, r.fits, secs);
+    for (const auto& row : r.peaks)
+        std::printf("  z %d mono %.4f refined %.4f (truth %.4f) RL %s\n", row.charge, row.monoisotopic_mass,
+                    row.monoisotopic_mw_refined, mono, row.rl_text.c_str());
+    EXPECT_GE(sc.right_mono, 8);
+    EXPECT_TRUE(s.data2.empty());
+}
+
+}  // namespace
+}  // namespace vx
