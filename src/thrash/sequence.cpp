@@ -112,7 +112,7 @@ int seqOK(const std::string& sequence, SequenceTables& t, Ui& ui) {
     return 0;
 }
 
-int choose_seq(SequenceTables& t, Ui& /*ui*/) {
+int choose_seq(SequenceTables& t, Ui& ui) {
     t.pieces.clear();
     t.combinations.clear();
     const std::string& r = t.residues;
@@ -147,6 +147,13 @@ int choose_seq(SequenceTables& t, Ui& /*ui*/) {
         }
     }
     if (cur.mass > 0.0) t.pieces.push_back(cur);
+    // n pieces make n (n + 1) / 2 combinations: past 2000 pieces (two million
+    // combinations) the table is not made, as when its memory was refused.
+    if (t.pieces.size() > MAX_DIGEST_PIECES) {
+        ui.Console("Memory not allocated for full_digest. 1 \n");
+        t.pieces.clear();
+        return -1;
+    }
     for (std::size_t i = 0; i < t.pieces.size(); ++i) {
         double sum = 0.0;
         for (std::size_t j = i; j < t.pieces.size(); ++j) {

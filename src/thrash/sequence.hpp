@@ -16,6 +16,7 @@ enum AssignmentKind {
 };
 
 inline constexpr int MAX_ASSIGNMENTS = 40;
+inline constexpr std::size_t MAX_DIGEST_PIECES = 2000;
 inline constexpr double PHOSPHATE = 79.96633;
 inline constexpr double LOSS_H2O = 18.0106;
 inline constexpr double LOSS_NH3 = 17.0265;

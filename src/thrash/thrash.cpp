@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include <fmt/format.h>
-#include <fmt/printf.h>
+#include <tbb/parallel_for.h>
 
 #include "peaks/noise.hpp"
 #include "platform/ui.hpp"
@@ -300,7 +300,6 @@ std::pair<double, double> Scan::span_of(double mz, int charge, int* idx_out) con
 MatchResult Scan::fit(double mz, int charge, double lo, double hi) const {
     int len = 0;
     const auto pat = pattern_of(mz, charge, table_, s_, p_.model, &len, nullptr);
-    ++r_.fits;
     return match(s_, s_.data2, noise, p_.floor, sigma, p_.min_s2n, charge, 0, lo, hi, pat.data(), p_.model);
 }
 
@@ -354,6 +353,7 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
         std::tie(lo, hi) = span_of(peak_mz, z0, nullptr);
     }
     const MatchResult m0 = fit(peak_mz, z0, lo, hi);
+    ++r_.fits;
     w.charge = z0;
     w.fom = m0.best_fom;
     w.mz = m0.best_mz;
@@ -367,8 +367,13 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
             max_charge = static_cast<int>(std::floor(p_.max_mass / peak_mz));
         Winner best;
         best.fom = -1.0;
-        std::vector<Winner> by_charge;
-        for (int c = std::max(1, p_.min_charge); c <= max_charge; ++c) {
+        const int first_charge = std::max(1, p_.min_charge);
+        std::vector<Winner> by_charge(static_cast<std::size_t>(std::max(0, max_charge - first_charge + 1)));
+        // Every charge is fitted on its own (the working copy is only read), so
+        // the fits run in parallel; the choice below walks them in order, and
+        // the result is that of one thread.
+        tbb::parallel_for(std::size_t{0}, by_charge.size(), [&](std::size_t i) {
+            const int c = first_charge + static_cast<int>(i);
             const auto [clo, chi] = span_of(peak_mz, c, nullptr);
             Winner wc;
             wc.charge = c;
@@ -384,9 +389,11 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
                 wc.mz = mc.best_mz;
                 wc.point = mc.best_point;
             }
-            by_charge.push_back(wc);
+            by_charge[i] = wc;
+        });
+        r_.fits += static_cast<int>(by_charge.size());
+        for (const Winner& wc : by_charge)
             if (wc.fom > best.fom) best = wc;  // the first one in a tie
-        }
         if (best.charge == 1 && p_.min_charge == 1) {
             Winner other;
             other.fom = -1.0;
