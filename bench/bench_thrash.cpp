@@ -73,6 +73,7 @@ void run(benchmark::State& state, bool proteins) {
     vx::ThrashParams p;
     p.low_mass = 600.0;
     p.high_mass = 2000.0;
+    p.max_charge = static_cast<int>(state.range(0));
     vx::RecordingUi ui;
     vx::ThrashResult r;
     for (auto _ : state) {
@@ -99,6 +100,7 @@ void BM_ThrashScan(benchmark::State& state) { run(state, true); }
 }  // namespace
 
 BENCHMARK(BM_BaselinePass)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ThrashNoiseOnly)->Unit(benchmark::kMillisecond)->Iterations(2);
-BENCHMARK(BM_ThrashScan)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_ThrashNoiseOnly)->Unit(benchmark::kMillisecond)->Iterations(2)->Arg(2000);
+// Highest charge of the all-charges pass: the setup value 60, and the scan's own 2000.
+BENCHMARK(BM_ThrashScan)->Unit(benchmark::kMillisecond)->Iterations(1)->Arg(60)->Arg(2000)->UseRealTime();
 BENCHMARK_MAIN();

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <tuple>
 
 #include "clusters.hpp"
 #include "platform/ui.hpp"
@@ -98,6 +99,60 @@ TEST(Thrash, UbiquitinChargesFiveToThirteen) {
                     row.monoisotopic_mw_refined, mono, row.rl_text.c_str());
     EXPECT_GE(sc.right_mono, 8);
     EXPECT_TRUE(s.data2.empty());
+}
+
+TEST(Thrash, AveragineThirtyKilodaltonsChargesFifteenToFortyWithUbiquitinOverlapping) {
+    // Both proteins in one spectrum, so clusters of the two overlap in m/z.
+    Spectrum s = test::protein_spectrum();
+    const Composition big = averagine_composition(30000.0);
+    std::vector<Truth> truth;
+    std::vector<test::Ion> ions;
+    const double noise = 1.0;
+    int state = 0;
+    for (const auto& [atoms, zmin, zmax] :
+         std::vector<std::tuple<Composition, int, int>>{{UBIQUITIN, 5, 13}, {big, 15, 40}}) {
+        const double mono = monoisotopic_mass(atoms);
+        for (int z = zmin; z <= zmax; ++z, ++state) {
+            const double snr = 20.0 + 480.0 * ((state * 37) % 100) / 100.0;
+            test::TrueCluster c{atoms, z, snr * 2.0 * noise};
+            auto part = test::cluster_ions(c, s);
+            ions.insert(ions.end(), part.begin(), part.end());
+            std::array<double, AVERAGINE_WIDTH> p{};
+            const int idx = static_cast<int>(distrib_calculation((mono + z * 1.00727) / z, z, p.data(), nullptr, 2,
+                                                                  bundled(), s, ModelSettings{}));
+            truth.push_back({mono, z, snr, idx});
+        }
+    }
+    test::add_ions(s, ions);
+    test::add_rayleigh_noise(s, noise, 13);
+    ThrashParams p;
+    p.low_mass = 600.0;
+    p.high_mass = 2100.0;
+    // The all-charges pass up to charge 60, as a protein setup would have it;
+    // the scan's own 2000 fits every charge to 1000 and more at these m/z.
+    p.max_charge = 60;
+    ThrashResult r;
+    RecordingUi ui;
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, ui), 0);
+    const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const Score sc = score(r.peaks, truth);
+    // Recall: the charge states with a right-isotope cluster reported.
+    int recalled = 0;
+    for (const Truth& t : truth) {
+        for (const ThrashPeak& row : r.peaks)
+            if (row.charge == t.charge && std::fabs(row.monoisotopic_mass - (t.mono_mass - t.idx * 0.00492)) < 0.05) {
+                ++recalled;
+                break;
+            }
+    }
+    std::printf("30 kDa 15-40 + ubiquitin 5-13 (%zu states): %d clusters reported, charge right %d, mono right %d, "
+                "off by one %d, false %d, refined within 1 ppm %d, recall %d/%zu; %d all-charges passes, %.2f s\n",
+                truth.size(), r.clusters, sc.right_charge, sc.right_mono, sc.off_by_one, sc.false_clusters,
+                sc.refined_1ppm, recalled, truth.size(), r.all_charge_passes, secs);
+    // Measured, not yet the goal (docs/thrash.md): recall 60 %, charges 9 in 10.
+    EXPECT_GE(recalled, static_cast<int>(truth.size()) * 6 / 10);
+    EXPECT_GE(sc.right_charge, r.clusters * 9 / 10);
 }
 
 }  // namespace
