@@ -17,3 +17,5 @@ head -n 1 "$OUT/charge.txt"
 head -n 3 "$OUT/ubiquitin_isos.csv"
 "$VX" thrash --load "$OUT/ubiquitin.dat.tpk" > "$OUT/loaded.txt"
 head -n 4 "$OUT/loaded.txt"
+# The plot panel's deconvolution of the same spectrum onto a neutral-mass axis.
+"$VX" deconvolve "$OUT/ubiquitin.dat" --lowz --range 800:1100 -o "$OUT/ubiquitin_masses.txt"
