@@ -101,6 +101,41 @@ TEST(Thrash, UbiquitinChargesFiveToThirteen) {
     EXPECT_TRUE(s.data2.empty());
 }
 
+TEST(Thrash, LimitOfClustersIsReportedWhenReached) {
+    Spectrum s = test::protein_spectrum();
+    std::vector<test::Ion> ions;
+    for (int z = 8; z <= 10; ++z) {
+        auto part = test::cluster_ions({UBIQUITIN, z, 400.0}, s);
+        ions.insert(ions.end(), part.begin(), part.end());
+    }
+    test::add_ions(s, ions);
+    test::add_rayleigh_noise(s, 1.0, 5);
+    ThrashParams p;
+    p.low_mass = 800.0;
+    p.high_mass = 1100.0;
+    p.limit = 2;
+    ThrashResult r;
+    RecordingUi ui;
+    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, ui), 0);
+    EXPECT_EQ(r.clusters, 2);
+    EXPECT_TRUE(r.limit_reached);
+    EXPECT_TRUE(ui.saw("THRASH Unable to finish the assigned window due to a memory limitations",
+                       "This version of THRASH was designed to find a maximum of 2 peaks which have been found.\n"
+                       "Please describe new THRASH parameters and rerun or contact support to discuss programmable "
+                       "options."));
+    // Under the limit nothing is said.
+    p.limit = 1000;
+    RecordingUi quiet;
+    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, quiet), 0);
+    EXPECT_FALSE(r.limit_reached);
+    EXPECT_TRUE(quiet.messages.empty());
+    // The scan's own minimum RL of 3.0 walks and reports nothing.
+    p.min_rl = 3.0;
+    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, quiet), 0);
+    EXPECT_EQ(r.clusters, 0);
+    EXPECT_GT(r.fits, 0);
+}
+
 TEST(Thrash, AveragineThirtyKilodaltonsChargesFifteenToFortyWithUbiquitinOverlapping) {
     // Both proteins in one spectrum, so clusters of the two overlap in m/z.
     Spectrum s = test::protein_spectrum();
