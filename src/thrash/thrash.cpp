@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 #include <fmt/format.h>
@@ -259,6 +260,8 @@ public:
         : s_(s), p_(p), table_(t), r_(r), ui_(ui), ax_(s) {}
 
     double noise = 0.0, sigma = 0.0;
+    // Point spans the subtraction has written since the last whole-array pass.
+    std::vector<std::pair<long, long>> touched;
 
     // Returns the mass the walk goes on from.
     double peak_find(double s2n, double mass, double peak_mz, double peak_height);
@@ -474,6 +477,7 @@ void Scan::subtract(const ThrashPeak& tp) {
         while (l > 1 && sum3(l - 1) < sum3(l)) --l;
         while (r < n - 1 && w[static_cast<std::size_t>(r + 1)] > half) ++r;
         while (r < n - 2 && sum3(r + 1) < sum3(r)) ++r;
+        touched.emplace_back(l, r);
         for (long i = l; i <= r; ++i) {
             float& v = w[static_cast<std::size_t>(i)];
             const double shape = v / mx * (h - noise);
@@ -569,6 +573,7 @@ int thrash_with_table(Spectrum& s, const ThrashParams& p, const AveragineTable& 
     const Axis ax(s);
     scan.noise = thrash_first_noise(s);
     double next_update = 0.0;
+    double zeroed_at = -std::numeric_limits<double>::infinity();
     double mass = p.low_mass;
     // The walk covers the data only: windows beyond them hold nothing.
     const double data_low = s.data.empty() ? 0.0 : Low_Mass(s);
@@ -592,8 +597,20 @@ int thrash_with_table(Spectrum& s, const ThrashParams& p, const AveragineTable& 
         if (updated) {
             scan.noise = std::isfinite(nz) ? nz : 0.0;
             scan.sigma = std::isfinite(width) ? width : 0.0;
-            for (float& v : s.data2)
-                if (v < scan.noise) v = 0.0f;
+            // Every working value below the new noise becomes 0. A noise no
+            // higher than one already applied finds only the values that
+            // subtraction wrote since then below it, so only those spans are
+            // walked; the whole array only when the noise is a new highest.
+            if (scan.noise > zeroed_at) {
+                for (float& v : s.data2)
+                    if (v < scan.noise) v = 0.0f;
+                zeroed_at = scan.noise;
+                scan.touched.clear();
+            } else {
+                for (const auto& [a, b] : scan.touched)
+                    for (long i = a; i <= b; ++i)
+                        if (s.data2[static_cast<std::size_t>(i)] < scan.noise) s.data2[static_cast<std::size_t>(i)] = 0.0f;
+            }
         }
         const auto [value, point] = ax.max_in(s.data2, mass, mass + 1.0);
         const double s2n = s2n_of(value, scan.noise, scan.sigma);
