@@ -49,6 +49,7 @@
 #include "PHASE.hpp"
 #include "PHASE2.hpp"
 #include "PROCESS.hpp"
+#include "THRASH.hpp"
 #include "shortcuts.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/processing.hpp"
@@ -164,6 +165,7 @@ void MainWindow::build_menus() {
     connect(analyze->addAction("Formula Calculator..."), &QAction::triggered, this, [this] { open_molecaluno(this); });
     connect(analyze->addAction("Assign Formulas..."), &QAction::triggered, this, [this] { open_molecal(this); });
     connect(analyze->addAction("Kendrick Analysis..."), &QAction::triggered, this, [this] { open_kendrick(this)->calculate(); });
+    connect(analyze->addAction("THRASH..."), &QAction::triggered, this, [this] { open_thrash(this); });
 
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);

@@ -7,6 +7,7 @@
 
 #include "commands.hpp"
 #include "platform/safe_file.hpp"
+#include "sim/proteins.hpp"
 #include "sim/simulator.hpp"
 
 namespace vx::cli {
@@ -14,6 +15,7 @@ namespace {
 
 struct SimulateOptions {
     std::string ions;
+    std::string proteins, truth;  // a protein list instead of ions, and where its truth goes
     std::string out;
     std::string detect = "direct";
     std::string storage = "int";
@@ -35,9 +37,28 @@ int run_simulate(Context& ctx, SimulateOptions& o) {
         return 1;
     }
     std::vector<SimIon> ions;
-    if (read_ion_list(o.ions, ions, ctx.ui) < 0) return 1;
-    o.p.source_name = std::filesystem::path(o.ions).filename().string();
+    std::string truth;
+    if (!o.proteins.empty()) {
+        std::vector<SimProtein> proteins;
+        if (same_file(o.proteins, o.out) || (!o.truth.empty() && same_file(o.proteins, o.truth))) {
+            ctx.ui.MessagePopup("Operator Error", "An output is the protein list itself; choose another name.");
+            return 1;
+        }
+        if (read_protein_list(o.proteins, proteins, ctx.ui) < 0) return 1;
+        ions = protein_ions(proteins, &truth);
+        o.p.source_name = std::filesystem::path(o.proteins).filename().string();
+    } else if (o.ions.empty()) {
+        ctx.ui.MessagePopup("Operator Error", "Give an ion list, or --proteins LIST.csv.");
+        return 1;
+    } else {
+        if (read_ion_list(o.ions, ions, ctx.ui) < 0) return 1;
+        o.p.source_name = std::filesystem::path(o.ions).filename().string();
+    }
     if (write_simulated_file(o.out, o.p, ions, ctx.ui) < 0) return 1;
+    if (!o.truth.empty() && write_file_atomically(o.truth, truth) < 0) {
+        ctx.ui.MessagePopup("File Error", fmt::format("Could not write {}", o.truth));
+        return 1;
+    }
     std::cout << fmt::format("wrote {}: {} ions, {} samples at {} Hz bandwidth\n", o.out, ions.size(), o.p.points,
                              o.p.dbandwidth);
     return 0;
@@ -47,7 +68,10 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto o = std::make_shared<SimulateOptions>();
     auto* sub = app.add_subcommand("simulate", "Write a simulated transient of a list of ions (Tulva v4 .dat)");
     sub->add_option("ions", o->ions, "Ion list: m/z, abundance (V)[, decay time (s)[, phase (rad)[, polarity]]]")
-        ->required();
+;
+    sub->add_option("--proteins", o->proteins,
+                    "Protein list instead of ions: name, formula or mass, zmin, zmax, abundance (V)[, decay (s)]");
+    sub->add_option("--truth", o->truth, "With --proteins: write the clusters' true masses (CSV)");
     sub->add_option("-o,--output", o->out, "Data file to write")->required();
     sub->add_option("--points", o->p.points, "Samples (a power of two, or 16000000 / 32000000)")->capture_default_str();
     sub->add_option("--bandwidth", o->p.dbandwidth, "dbandwidth in Hz (real samples at twice this rate)")
