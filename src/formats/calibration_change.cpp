@@ -2,11 +2,11 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <random>
 
 #include <fmt/format.h>
 #include <fmt/printf.h>
 
+#include "formats/header_copy.hpp"
 #include "platform/keyscan.hpp"
 #include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
@@ -18,46 +18,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* FILE_INPUT_ERROR = "File Input Error";
-
-bool ends_with_Z(const std::string& path) {
-    return path.size() >= 2 && path[path.size() - 2] == '.' && (path.back() == 'Z' || path.back() == 'z');
-}
-
-// One line with its end exactly as stored (LF, CR LF or none at the end of
-// the file), so that lines we do not replace are copied byte for byte.
-bool read_raw_line(std::FILE* f, std::string& line) {
-    line.clear();
-    int c;
-    while ((c = std::fgetc(f)) != EOF) {
-        line.push_back(static_cast<char>(c));
-        if (c == '\n') return true;
-    }
-    return !line.empty();
-}
-
-std::string_view without_line_end(std::string_view line) {
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-    return line;
-}
-
-std::string_view line_end(std::string_view line) { return line.substr(without_line_end(line).size()); }
-
-// A private folder for the unpacked copy of a .Z input, removed with the object.
-struct ScratchDir {
-    fs::path path;
-    ScratchDir() {
-        std::random_device rd;
-        std::error_code ec;
-        for (int i = 0; i < 16 && path.empty(); ++i) {
-            const fs::path p = fs::temp_directory_path(ec) / fmt::format("vantorix-recal-{:08x}", rd());
-            if (fs::create_directory(p, ec)) path = p;
-        }
-    }
-    ~ScratchDir() {
-        std::error_code ec;
-        if (!path.empty()) fs::remove_all(path, ec);
-    }
-};
 
 int copy_with_new_coefficients(const std::string& in, const std::string& out, double a, double b, Ui& ui,
                                const CalibrationChangeOptions& options) {
@@ -143,16 +103,12 @@ int copy_with_new_coefficients(const std::string& in, const std::string& out, do
 
 int Change_Tulva_Calibration_Go(const std::string& inpath, const std::string& outpath, double a, double b, Ui& ui,
                                 const CalibrationChangeOptions& options) {
-    if (!ends_with_Z(inpath)) {
-        if (inpath == outpath || same_file(inpath, outpath)) {
-            ui.MessagePopup("Input file and output file can not be the same file.",
-                            "Please choose a different output file name.");
-            return -1;
-        }
+    if (!is_packed_path(inpath)) {
+        if (refuse_same_file(inpath, outpath, ui)) return -1;
         return copy_with_new_coefficients(inpath, outpath, a, b, ui, options);
     }
 
-    ScratchDir scratch;
+    ScratchDir scratch("vantorix-recal");
     const std::string base = fs::path(inpath).filename().string();
     const std::string member = base.substr(0, base.size() - 2);
     if (scratch.path.empty() || member.empty() ||
@@ -164,11 +120,7 @@ int Change_Tulva_Calibration_Go(const std::string& inpath, const std::string& ou
     // The output of a packed file is always named after the file.
     const std::string plain_out = inpath.substr(0, inpath.size() - 2) + ".new";
     const std::string packed = plain_out + ".Z";
-    if (same_file(inpath, packed)) {
-        ui.MessagePopup("Input file and output file can not be the same file.",
-                        "Please choose a different output file name.");
-        return -1;
-    }
+    if (refuse_same_file(inpath, packed, ui)) return -1;
     const std::string scratch_out = (scratch.path / fs::path(plain_out).filename()).string();
     if (copy_with_new_coefficients(unpacked, scratch_out, a, b, ui, options) < 0) return -1;
     // Packed beside the input through a temporary archive renamed over the target.
@@ -191,6 +143,27 @@ int Change_Tulva_Calibration_Go(const std::string& inpath, const std::string& ou
         }
     }
     return 0;
+}
+
+int change_calibration_of_files(std::vector<std::string> files, double a, double b, Ui& ui,
+                                const std::function<void(int done, int total)>& progress,
+                                const CalibrationChangeOptions& options) {
+    if (a < 1e-05 && b < 1e-05) {
+        ui.MessagePopup("Wrong Parameters", "Please specify the paremeters before picking files");
+        return -1;
+    }
+    if (files.empty()) files = ui.MultiFileSelectPopup("Files to Change Calibration", "*.dat *.z", "");
+    if (files.empty()) return -1;
+    const int total = static_cast<int>(files.size());
+    if (progress) progress(0, total);
+    int written = 0;
+    for (int i = 0; i < total; ++i) {
+        const std::string& f = files[static_cast<std::size_t>(i)];
+        if (Change_Tulva_Calibration_Go(f, f + ".new", a, b, ui, options) == 0) ++written;
+        if (progress) progress(i + 1, total);
+        ui.ProcessSystemEvents();
+    }
+    return written;
 }
 
 }  // namespace vx

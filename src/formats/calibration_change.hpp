@@ -3,7 +3,9 @@
 // copied raw behind it. The input is never opened for writing.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace vx {
 
@@ -22,6 +24,16 @@ struct CalibrationChangeOptions {
 // to that name plus ".Z" in its folder, and the unpacked output removed.
 // Returns 0, or -1 after a message (no output left behind).
 int Change_Tulva_Calibration_Go(const std::string& inpath, const std::string& outpath, double a, double b, Ui& ui,
+                                const CalibrationChangeOptions& options = {});
+
+// ChangeCalCallback's work: with both coefficients below 1e-05 the popup
+// "Wrong Parameters" / "Please specify the paremeters before picking files";
+// otherwise the files are asked for ("Files to Change Calibration") when none
+// are given, and each file f is written as f + ".new". progress(done, total)
+// is called before the first file and after each. Returns the number of files
+// written, or -1 when nothing was done (after the message, or no file chosen).
+int change_calibration_of_files(std::vector<std::string> files, double a, double b, Ui& ui,
+                                const std::function<void(int done, int total)>& progress = {},
                                 const CalibrationChangeOptions& options = {});
 
 }  // namespace vx
