@@ -59,6 +59,10 @@ std::string file_head(const Workspace& ws, const std::string& path, std::size_t 
 
 }  // namespace
 
+const char* const THERMO_RAW_TEXT =
+    "Thermo .raw files are read through their mzML export. Convert it with ThermoRawFileParser -f 2 -N -p (mzML "
+    "with the noise arrays, without peak picking) and open the .mzML file.";
+
 bool is_thermo_raw(const std::string& path) { return has_extension(path, ".raw"); }
 
 std::string open_format_of(const Workspace& ws, const std::string& path) {
@@ -81,14 +85,27 @@ int filetype_of_path(const std::string& path) {
     return FILETYPE_TULVA;
 }
 
+int read_any_into_slot(Workspace& ws, const std::string& path, int slot, Ui& ui) {
+    const std::string format = open_format_of(ws, path);
+    if (format == "raw") {
+        ui.MessagePopup("Thermo Raw File", THERMO_RAW_TEXT);
+        return -1;
+    }
+    if (format == "odyssey") return read_odyssey_into_slot(ws, path, slot, ui);
+    if (format == "melbar") return read_melbar_into_slot(ws, path, slot, ui);
+    if (format == "vosk") return read_vosk_into_slot(ws, path, slot, ui);
+    if (format == "tof") return read_tof_into_slot(ws, path, slot, ui);
+    if (format == "pks") return read_peak_list_into_slot(ws, path, slot, ui);
+    if (format == "bruker") return read_bruker_into_slot(ws, path, slot, ui);
+    return read_tulva_into_slot(ws, path, slot, ui);
+}
+
 int open_any_file(Workspace& ws, const std::string& path, Ui& ui) {
     ws.open_options.scans = 0;
     ws.open_options.scan_opened = 0;
     const std::string format = open_format_of(ws, path);
     if (format == "raw") {
-        ui.MessagePopup("Thermo Raw File",
-                        "Thermo .raw files are read through their mzML export. Convert it with ThermoRawFileParser "
-                        "-f 2 -N -p (mzML with the noise arrays, without peak picking) and open the .mzML file.");
+        ui.MessagePopup("Thermo Raw File", THERMO_RAW_TEXT);
         return -1;
     }
     if (format == "odyssey") return open_data_file(ws, path, FILETYPE_ODYSSEY, read_odyssey_into_slot, ui);
