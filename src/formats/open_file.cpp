@@ -113,6 +113,10 @@ int open_any_file(Workspace& ws, const std::string& path, Ui& ui) {
     if (format == "vosk") return open_data_file(ws, path, FILETYPE_TULVA, read_vosk_into_slot, ui);
     if (format == "tof") return open_data_file(ws, path, FILETYPE_PROFILE, read_tof_into_slot, ui);
     if (format == "tulva") return open_data_file(ws, path, FILETYPE_TULVA, read_tulva_into_slot, ui);
+    if (format == "mzml") {
+        ui.MessagePopup("File Input Error", fmt::format("{}: mzML scans are not read by this version.", path));
+        return -1;
+    }
     if (format != "pks" && format != "bruker") {
         ui.MessagePopup("Operator Error",
                         fmt::format("Unknown file format \"{}\": use melbar, vosk, tof, odyssey or tulva.", format));

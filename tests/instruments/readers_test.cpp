@@ -322,3 +322,36 @@ TEST(Instruments, ThermoRawIsRefusedNamingTheConversion) {
 
 }  // namespace
 }  // namespace vx
+
+namespace vx {
+namespace {
+
+TEST(Lcms, ChromatogramOfPeakListsThroughTheCommand) {
+    const test::TempDir dir;
+    auto row = [](double mz, double height) {
+        char line[120];
+        std::snprintf(line, sizeof line, " %10.5f   %9.4f\n", mz, height);
+        return std::string(line);
+    };
+    dir.write("a_Z.pks", "Peaklist:  2 peaks\nPOSITIVE ION MODE\nthresholds\nData Detected at (seconds): 2.5\nheader\n" +
+                             row(400, 10) + row(500, 30));
+    dir.write("b_Z.pks", "Peaklist:  1 peaks\nPOSITIVE ION MODE\nthresholds\nno time\nheader\n" + row(450, 7));
+    const std::string args = dir.file("a_Z.pks") + " " + dir.file("b_Z.pks");
+    auto r = test::run_cli(dir.path().string(), "lcms " + args + " --json");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);
+    ASSERT_EQ(j["points"].size(), 2u);
+    EXPECT_DOUBLE_EQ(j["points"][0]["time"].get<double>(), 2.5);
+    EXPECT_DOUBLE_EQ(j["points"][0]["abundance"].get<double>(), 40.0);
+    EXPECT_DOUBLE_EQ(j["points"][1]["time"].get<double>(), 1.0);  // no "Data Detected" line: the index
+    EXPECT_EQ(j["points"][1]["file"], dir.file("b.Z"));             // the raw file the scan stands for
+    r = test::run_cli(dir.path().string(), "lcms " + args + " --sic 450:550 -o " + dir.file("c.csv"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(test::read_file(dir.file("c.csv")),
+              "scan,time,abundance,file\n0,2.5,30," + dir.file("a.Z") + "\n1,1,7," + dir.file("b.Z") + "\n");
+    r = test::run_cli(dir.path().string(), "lcms " + dir.file("none_Z.pks"));
+    EXPECT_NE(r.status, 0);
+}
+
+}  // namespace
+}  // namespace vx
