@@ -10,6 +10,7 @@
 #include "formats/open_file.hpp"
 #include "formats/tulva_reader.hpp"
 #include "main_window.hpp"
+#include "panels/ADDSPECTRA.hpp"
 #include "qt_ui.hpp"
 #include "workspace/display.hpp"
 
@@ -105,6 +106,7 @@ void add_instrument_open_entries(MainWindow& w, QMenu* open) {
         }
     });
     QObject::connect(open->addAction("Vantorix LCMS..."), &QAction::triggered, &w, [&w] { open_lcms(w); });
+    add_coadd_entries(w);
 }
 
 }  // namespace vx
