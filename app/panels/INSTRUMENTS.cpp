@@ -11,6 +11,7 @@
 #include "formats/tulva_reader.hpp"
 #include "main_window.hpp"
 #include "panels/ADDSPECTRA.hpp"
+#include "panels/VOSK.hpp"
 #include "qt_ui.hpp"
 #include "workspace/display.hpp"
 
@@ -107,6 +108,7 @@ void add_instrument_open_entries(MainWindow& w, QMenu* open) {
     });
     QObject::connect(open->addAction("Vantorix LCMS..."), &QAction::triggered, &w, [&w] { open_lcms(w); });
     add_coadd_entries(w);
+    add_vosk_entry(w);
 }
 
 }  // namespace vx
