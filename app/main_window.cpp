@@ -29,6 +29,7 @@
 
 #include "formats/bruker.hpp"
 #include "formats/frequency_file.hpp"
+#include "formats/instruments.hpp"
 #include "formats/open_file.hpp"
 #include "formats/peak_list.hpp"
 #include "formats/spectrum_export.hpp"
@@ -41,6 +42,7 @@
 #include "BRUKER.hpp"
 #include "CALIBRATE.hpp"
 #include "CHANGECAL.hpp"
+#include "INSTRUMENTS.hpp"
 #include "KENDRICK.hpp"
 #include "MOLECAL.hpp"
 #include "MOLECALUNO.hpp"
@@ -120,6 +122,7 @@ void MainWindow::build_menus() {
     connect(open->addAction("Vantorix Peak List..."), &QAction::triggered, this, [this] {
         if (const auto path = ui_->FileSelectPopup("Open TULVA Data File", "*.pks", "")) open_peak_list(*path);
     });
+    add_instrument_open_entries(*this, open);
     QMenu* save_as = file_menu_->addMenu("Save As ...");
     static const char* const kinds[] = {" .CSV File", "Binary File", "Binary File (XY)"};
     for (int kind = 0; kind < 3; ++kind)
@@ -260,16 +263,13 @@ void MainWindow::open_dialog() {
 }
 
 int MainWindow::open_file(const std::string& path, int type) {
-    if (type == FILETYPE_ODYSSEY) {
-        ui_->MessagePopup("Operator Error", "Odyssey files can not be read by this build.");
-        return -1;
-    }
+    if (type == FILETYPE_ODYSSEY) return open_with(path, FILETYPE_ODYSSEY, read_odyssey_into_slot);
     // Tulva files, peak lists and Bruker directories all take the one road; the
     // path, not the drop type, decides the reader.
     const int kind = filetype_of_path(path);
     if (kind == FILETYPE_PEAKLIST) return open_peak_list(path);
     if (kind == FILETYPE_BRUKER) return open_with(path, FILETYPE_BRUKER, read_bruker_into_slot);
-    return open_with(path, FILETYPE_TULVA, read_tulva_into_slot);
+    return open_with(path, FILETYPE_TULVA, read_any_into_slot);
 }
 
 int MainWindow::open_peak_list(const std::string& path) {

@@ -89,6 +89,11 @@ int run_info(Context& ctx, const InfoOptions& o) {
     }
 
     nlohmann::ordered_json out = spectrum_json(ws.panels[static_cast<std::size_t>(slot)].spectrum);
+    out["format"] = open_format_of(ws, o.file);
+    out["filetype"] = ws.panels[static_cast<std::size_t>(slot)].spectrum.filetype;
+    out["domain"] = ws.panels[static_cast<std::size_t>(slot)].spectrum.domain;
+    out["scans"] = ws.open_options.scans;
+    out["scan"] = ws.open_options.scan_opened;
     if (peak_list) out["peaks"] = peaks_json(ws.panels[static_cast<std::size_t>(slot)].spectrum);
     const auto acquisition = bruker_acquisition_json(o.file, ctx.ui);
     if (!acquisition.is_null()) out["acquisition"] = acquisition;

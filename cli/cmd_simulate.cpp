@@ -85,6 +85,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("--trap", o->p.Trapvoltage, "Trap voltage")->capture_default_str();
     sub->add_option("--noise", o->p.noise, "Gaussian noise, V rms on every sample (0 for none)")->capture_default_str();
     sub->add_option("--seed", o->p.seed, "Seed of the noise")->capture_default_str();
+    sub->add_option("--expcount", o->p.expcount, "Experiments the file holds (a sum of K; give --noise / sqrt(K))")
+        ->check(CLI::PositiveNumber);
     sub->add_option("--storage", o->storage, "int (int16 with a voltage scale) or float")
         ->check(CLI::IsMember({"int", "float"}))
         ->capture_default_str();

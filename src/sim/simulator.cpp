@@ -302,7 +302,7 @@ std::string simulated_header(const SimParameters& p, const std::vector<SimIon>& 
     line("Vantorix Data File v4.00");
     // The experiment script that made the transient.
     line("Begin Experiment Sequence");
-    line("expcount: 1");
+    line(fmt::format("expcount: {}", p.expcount));
     line("experiment: Simulated");
     line("Main: 1");
     line("endexperiment:");
@@ -355,7 +355,9 @@ std::string simulated_header(const SimParameters& p, const std::vector<SimIon>& 
     line("Data Collected on " + (p.collected_on.empty() ? today_utc() : p.collected_on));
     line("Data Collected by Vantorix simulator");
     line("Project Code = SIM");
-    line(fmt::sprintf("Data Detected at (seconds): %.9f", p.quench_time + texc + p.delay));
+    // The reader resets expcount to 1 on this line, so a sum of experiments
+    // goes without it, as the writers leave it out.
+    if (p.expcount < 2) line(fmt::sprintf("Data Detected at (seconds): %.9f", p.quench_time + texc + p.delay));
     line(fmt::sprintf("Detect Mode: %d", p.detectmode));
     line(fmt::sprintf("Reference Frequency: %.6f", p.reffreq));
     line(fmt::sprintf("Trap Voltage: %.6f", p.Trapvoltage));

@@ -54,6 +54,7 @@ struct SimParameters {
     double quench_time = 0.01;  // the event before the excitation
     std::string collected_on;   // "Data Collected on " text; empty: today (UTC)
     std::string source_name;    // named in the header comment (the ion list)
+    std::int32_t expcount = 1;  // experiments summed in the file ("expcount:")
 };
 
 // Reads an ion list: one ion a line, "m/z, abundance[, decay s[, phase rad[, polarity]]]";

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "workspace/settings.hpp"
@@ -37,6 +38,20 @@ struct AnalysisPanel {
     std::int16_t firstmasszoom = 1;
 };
 
+// How the next open reads a file whose path does not say it all: the layouts
+// without a header (Melbar, Vosk, TOF text), the scan of a multi-scan file and
+// the answers of the reader dialogues. Every command and the desktop's Open
+// entries fill it before they open; the readers report back scans/scan.
+struct OpenOptions {
+    std::string format;          // "" by the path and contents; "melbar", "vosk", "tof", "odyssey", "mzml", "tulva"
+    int scan = 0;                // scan of a multi-scan file; 0: the prompt's answer (default the last)
+    int points = 0;              // Melbar/Vosk point count; 0: all records of the file / the Vosk header
+    int channel = -1;            // Melbar/Vosk channel; -1: the dialogue's preset
+    std::optional<double> bin;   // TOF bin size in m/z; unset: the reader asks
+    int scans = 0;               // out: scans the last file opened holds (0: not a scan file)
+    int scan_opened = 0;         // out: the scan read
+};
+
 struct Workspace {
     std::array<AnalysisPanel, MAX_PANELS> panels{};
     std::int32_t active_panel = -1;
@@ -51,6 +66,7 @@ struct Workspace {
     Settings settings = default_settings();
     // Folder of ftmsdata.ini / tulva.ini; empty: no recent-file list is kept.
     std::string settings_folder;
+    OpenOptions open_options;
 };
 
 // Copy of the slot at active_panel (an empty record when there is none).

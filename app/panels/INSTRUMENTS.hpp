@@ -1,0 +1,23 @@
+// The Open entries of the other instruments (Odyssey, Melbar, Vosk, time of
+// flight, LC-MS peak-list series) and the points/channel dialogue of the two
+// headerless float layouts.
+#pragma once
+
+#include <optional>
+
+class QMenu;
+class QWidget;
+
+namespace vx {
+
+class MainWindow;
+struct PointsChannel;
+
+// The dialogue of points and channel; for Vosk the channel control is shown
+// disabled. nullopt when cancelled.
+std::optional<PointsChannel> points_channel_dialog(QWidget* parent, bool vosk, int points, int channel);
+
+// Adds the entries to the File > Open menu.
+void add_instrument_open_entries(MainWindow& w, QMenu* open);
+
+}  // namespace vx

@@ -1,0 +1,251 @@
+// Readers of the other instruments and co-adding, each against a baseline of
+// the same bytes measured in the same run:
+//   Odyssey 2^24 big-endian floats      vs one fread + byte swap
+//   Vosk 2^22 records of 5 floats       vs one fread + pick of the second value
+//   time-of-flight text, 10^6 lines     vs a from_chars loop over the same text
+//   co-add of 16 files of 2^22 samples  vs 16 Tulva reads + a plain summing loop
+//
+//   scripts/build release bench_instruments && build/release/bench_instruments --benchmark_min_time=1
+#include <benchmark/benchmark.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "batch/coadd.hpp"
+#include "formats/instruments.hpp"
+#include "formats/tulva_reader.hpp"
+#include "platform/ui.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string temp(const std::string& name) { return (fs::temp_directory_path() / ("vantorix-bench-" + name)).string(); }
+
+void put_be32(std::string& out, std::uint32_t v) {
+    const char b[4] = {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+                       static_cast<char>(v)};
+    out.append(b, 4);
+}
+
+constexpr std::size_t ODY_N = std::size_t{1} << 24;
+constexpr std::size_t ODY_DATA_AT = 64 + 64;  // a = 0, b = 64
+
+const std::string& odyssey_file() {
+    static const std::string path = [] {
+        const std::string p = temp("odyssey.ody");
+        std::string head(2, '\1');
+        head.append(6, '\0');
+        put_be32(head, 0);                                        // a
+        put_be32(head, 64);                                       // b
+        put_be32(head, static_cast<std::uint32_t>(ODY_N * 4));    // c
+        for (int i = 0; i < 7; ++i) put_be32(head, 0);            // d, e, reserved, p = 0, reserved
+        head.resize(64, '\0');
+        std::string script = "Odyssey instrument control script\n";
+        script.resize(64, '\0');
+        std::FILE* f = std::fopen(p.c_str(), "wb");
+        std::fwrite(head.data(), 1, head.size(), f);
+        std::fwrite(script.data(), 1, script.size(), f);
+        std::vector<std::uint32_t> v(ODY_N);
+        for (std::size_t i = 0; i < ODY_N; ++i) {
+            const float x = std::sin(0.001f * static_cast<float>(i));
+            std::uint32_t u;
+            std::memcpy(&u, &x, 4);
+            v[i] = __builtin_bswap32(u);
+        }
+        std::fwrite(v.data(), 4, v.size(), f);
+        std::fclose(f);
+        return p;
+    }();
+    return path;
+}
+
+void BM_Baseline_OdysseyReadAndSwap(benchmark::State& state) {
+    const std::string& p = odyssey_file();
+    for (auto _ : state) {
+        std::FILE* f = std::fopen(p.c_str(), "rb");
+        std::fseek(f, ODY_DATA_AT, SEEK_SET);
+        std::vector<float> v(ODY_N);
+        benchmark::DoNotOptimize(std::fread(v.data(), 4, v.size(), f));
+        std::fclose(f);
+        auto* u = reinterpret_cast<std::uint32_t*>(v.data());
+        for (std::size_t i = 0; i < ODY_N; ++i) u[i] = __builtin_bswap32(u[i]);
+        benchmark::DoNotOptimize(v.data());
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * ODY_N * 4));
+}
+BENCHMARK(BM_Baseline_OdysseyReadAndSwap)->Unit(benchmark::kMillisecond);
+
+void BM_Get_Odyssey_Data(benchmark::State& state) {
+    const std::string& p = odyssey_file();
+    vx::Workspace ws;
+    vx::RecordingUi ui;
+    for (auto _ : state) {
+        vx::Spectrum s;
+        if (vx::Get_Odyssey_Data(ws, p, s, ui) != 0) state.SkipWithError("read failed");
+        benchmark::DoNotOptimize(s.data.data());
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * ODY_N * 4));
+}
+BENCHMARK(BM_Get_Odyssey_Data)->Unit(benchmark::kMillisecond);
+
+constexpr std::size_t VOSK_N = std::size_t{1} << 22;
+
+const std::string& vosk_file() {
+    static const std::string path = [] {
+        const std::string p = temp("vosk.bin");
+        std::FILE* f = std::fopen(p.c_str(), "wb");
+        const float head[5] = {static_cast<float>(VOSK_N), 1e-6f, 5.0f, 0.0f, 0.0f};
+        std::fwrite(head, 4, 5, f);
+        std::vector<float> v(VOSK_N * 5);
+        for (std::size_t i = 0; i < v.size(); ++i) v[i] = static_cast<float>(i % 1013);
+        std::fwrite(v.data(), 4, v.size(), f);
+        std::fclose(f);
+        return p;
+    }();
+    return path;
+}
+
+void BM_Baseline_VoskReadAndPick(benchmark::State& state) {
+    const std::string& p = vosk_file();
+    for (auto _ : state) {
+        std::FILE* f = std::fopen(p.c_str(), "rb");
+        std::fseek(f, 20, SEEK_SET);
+        std::vector<float> all(VOSK_N * 5);
+        benchmark::DoNotOptimize(std::fread(all.data(), 4, all.size(), f));
+        std::fclose(f);
+        std::vector<float> out(VOSK_N);
+        for (std::size_t i = 0; i < VOSK_N; ++i) out[i] = all[i * 5 + 1];
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+BENCHMARK(BM_Baseline_VoskReadAndPick)->Unit(benchmark::kMillisecond);
+
+void BM_Get_Vosk_Data(benchmark::State& state) {
+    const std::string& p = vosk_file();
+    vx::RecordingUi ui;
+    for (auto _ : state) {
+        vx::Spectrum s;
+        if (vx::Get_Vosk_Data(p, s, {0, vx::VOSK_WORKING_CHANNEL}, true, ui) != 0) state.SkipWithError("read failed");
+        benchmark::DoNotOptimize(s.data.data());
+    }
+}
+BENCHMARK(BM_Get_Vosk_Data)->Unit(benchmark::kMillisecond);
+
+constexpr std::size_t TOF_N = 1000000;
+
+const std::string& tof_file() {
+    static const std::string path = [] {
+        const std::string p = temp("tof.txt");
+        std::string text;
+        text.reserve(TOF_N * 20);
+        char line[64];
+        for (std::size_t i = 0; i < TOF_N; ++i) {
+            const int n = std::snprintf(line, sizeof line, "%.5f %d\n", 100.0 + 0.001 * static_cast<double>(i),
+                                        static_cast<int>(i % 977));
+            text.append(line, static_cast<std::size_t>(n));
+        }
+        std::FILE* f = std::fopen(p.c_str(), "wb");
+        std::fwrite(text.data(), 1, text.size(), f);
+        std::fclose(f);
+        return p;
+    }();
+    return path;
+}
+
+void BM_Baseline_TofFromChars(benchmark::State& state) {
+    const std::string& p = tof_file();
+    for (auto _ : state) {
+        std::FILE* f = std::fopen(p.c_str(), "rb");
+        std::string text(fs::file_size(p), '\0');
+        benchmark::DoNotOptimize(std::fread(text.data(), 1, text.size(), f));
+        std::fclose(f);
+        std::vector<double> x;
+        std::vector<float> y;
+        const char* q = text.data();
+        const char* end = q + text.size();
+        while (q < end) {
+            double a = 0;
+            long long b = 0;
+            auto r = std::from_chars(q, end, a);
+            r = std::from_chars(r.ptr + 1, end, b);
+            x.push_back(a);
+            y.push_back(static_cast<float>(b));
+            q = r.ptr + 1;
+        }
+        benchmark::DoNotOptimize(x.data());
+    }
+}
+BENCHMARK(BM_Baseline_TofFromChars)->Unit(benchmark::kMillisecond);
+
+void BM_Get_Standing_TOF(benchmark::State& state) {
+    const std::string& p = tof_file();
+    vx::RecordingUi ui;
+    for (auto _ : state) {
+        vx::Spectrum s;
+        if (vx::Get_Standing_TOF(p, s, 0.0, ui) != 0) state.SkipWithError("read failed");
+        benchmark::DoNotOptimize(s.data.data());
+    }
+}
+BENCHMARK(BM_Get_Standing_TOF)->Unit(benchmark::kMillisecond);
+
+constexpr std::size_t CO_N = std::size_t{1} << 22;
+constexpr int CO_FILES = 16;
+
+const std::vector<std::string>& coadd_files() {
+    static const std::vector<std::string> files = [] {
+        std::vector<std::string> out;
+        std::vector<float> v(CO_N);
+        for (int k = 0; k < CO_FILES; ++k) {
+            const std::string p = temp("coadd-" + std::to_string(k) + ".dat");
+            for (std::size_t i = 0; i < CO_N; ++i) v[i] = static_cast<float>((i * 7 + static_cast<std::size_t>(k)) % 1000);
+            std::FILE* f = std::fopen(p.c_str(), "wb");
+            const std::string h = "Vantorix Data File v4.00\nexpcount: 2\nStorage Type: float\nData Points: " +
+                                  std::to_string(CO_N) + "\nData:\n";
+            std::fwrite(h.data(), 1, h.size(), f);
+            std::fwrite(v.data(), 4, v.size(), f);
+            std::fclose(f);
+            out.push_back(p);
+        }
+        return out;
+    }();
+    return files;
+}
+
+void BM_Baseline_ReadsAndSum(benchmark::State& state) {
+    const auto& files = coadd_files();
+    vx::RecordingUi ui;
+    for (auto _ : state) {
+        auto ws = std::make_unique<vx::Workspace>();
+        std::vector<float> sum(CO_N, 0.0f);
+        for (const auto& f : files) {
+            ws->active_panel = 0;
+            vx::Spectrum& s = ws->panels[0].spectrum;
+            vx::Get_Tulva_Data(*ws, f, s, ui);
+            for (std::size_t i = 0; i < CO_N; ++i) sum[i] += s.data[i];
+        }
+        benchmark::DoNotOptimize(sum.data());
+    }
+}
+BENCHMARK(BM_Baseline_ReadsAndSum)->Unit(benchmark::kMillisecond);
+
+void BM_CoAddTulva(benchmark::State& state) {
+    const auto& files = coadd_files();
+    vx::RecordingUi ui;
+    for (auto _ : state) {
+        auto ws = std::make_unique<vx::Workspace>();
+        vx::CoaddResult r;
+        if (vx::CoAddTulva(*ws, files, vx::CoaddKind::Tulva, r, ui) != 0) state.SkipWithError("co-add failed");
+        benchmark::DoNotOptimize(ws->panels[0].spectrum.data.data());
+    }
+}
+BENCHMARK(BM_CoAddTulva)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,25 @@
+# Other instruments and co-adding: four simulated transients co-added and the
+# S/N gain of their sum, a chromatogram of their peak lists, the Vosk special
+# analysis of a record cut into scans, and a Thermo raw file refused with the
+# conversion named. (The readers of Odyssey, Melbar, Vosk and TOF files are
+# shown by their tests; docs/formats.md.)
+set -euo pipefail
+printf '400.2, 0.01\n650.4, 0.01\n950.6, 0.01\n' >"$OUT/inst-ions.csv"
+files=()
+for k in 1 2 3 4; do
+  "$VX" simulate "$OUT/inst-ions.csv" -o "$OUT/inst-$k.dat" --points 65536 --storage float --noise 0.02 --seed $k \
+    --date 2026-11-23 >/dev/null
+  files+=("$OUT/inst-$k.dat")
+done
+"$VX" coadd "${files[@]}" -o "$OUT/inst-sum.dat" --json | python3 -c \
+  'import json,sys; j=json.load(sys.stdin); print("co-add:", j["title2"], "used", len(j["used"]), "total weight", j["total_weight"], "expcount", j["expcount"])'
+for f in inst-1 inst-sum; do
+  "$VX" peaks "$OUT/$f.dat" -o "$OUT/${f}_Z.pks" --sn --robust-noise --json | python3 -c \
+    "import json,sys; j=json.load(sys.stdin); print('$f S/N:', ' '.join('%.1f@%.1f' % (p['sn'], p['mz']) for p in j['peaks'] if p['sn'] > 20))"
+done
+"$VX" lcms "$OUT/inst-1_Z.pks" "$OUT/inst-sum_Z.pks"
+# The Vosk special analysis: the sum cut into 8 scans of 8192 points, COF per scan.
+"$VX" vosk "$OUT/inst-sum.dat" --start 0 --points 8192 --step 8192 --process --cof 100 | head -4
+# A Thermo raw file is refused, naming the conversion.
+printf 'x' >"$OUT/run.raw"
+"$VX" info "$OUT/run.raw" 2>&1 | head -1 || true
