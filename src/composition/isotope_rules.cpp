@@ -27,11 +27,16 @@ int solutions_above(int carbons, int sulfurs, double sn, double limit) {
     return p[0].solution_count;
 }
 
-// The term of a solution list at the given place in rising offset order.
-double term_in_offset_order(IsoElement& e, std::size_t place) {
-    std::stable_sort(e.solutions.begin(), e.solutions.end(),
-                     [](const IsoSolution& a, const IsoSolution& b) { return a.offset < b.offset; });
-    return place < e.solutions.size() ? e.solutions[place].abundance : 0.0;
+// The strongest term of a solution list at a mass offset, 0 when it fell
+// below the threshold. The rule names "the second carbon term" and "the third
+// sulfur term": the places of one heavy carbon (offset 1) and of 34S (offset 2)
+// in the full list of a single atom. Taken by offset, so that a weaker term
+// culled before them (33S) does not shift the place.
+double term_at_offset(const IsoElement& e, int offset) {
+    double best = 0.0;
+    for (const IsoSolution& s : e.solutions)
+        if (s.offset == offset) best = std::max(best, s.abundance);
+    return best;
 }
 
 const char* kind_name(IsotopeKind k) {
@@ -71,8 +76,8 @@ int check_s34_c13_isotope(int sulfurs, int carbons, double sn, double limit, dou
     std::vector<IsoElement> p;
     if (BuildIsotopes(2, carbons, 0, sulfurs, p) < 0 || p.size() != 2) return 0;
     if (CalculateIsotope(p, limit / sn) < 0) return 0;
-    const double c = term_in_offset_order(p[0], 1);
-    const double s = term_in_offset_order(p[1], 2);
+    const double c = term_at_offset(p[0], 1);
+    const double s = term_at_offset(p[1], 2);
     return limit / sn < c * s ? 1 : 0;
 }
 
