@@ -96,9 +96,6 @@ struct PetroSummary {
     double total = 0.0;
 };
 
-// ProcessPetrolData2, ProcessClassData, ProcessDBENumData and
-// ProcessCarbonNumData in that order. Returns 0 or -1 after a message.
-int ProcessPetro(const Spectrum& spectrum, const FormulaSettings& settings, bool fold_34s, PetroSummary& out, Ui& ui);
 
 // The texts of the five tables and the two error tables.
 std::string classes_csv(const PetroSummary& s);
@@ -130,6 +127,12 @@ int BodyFilterSetup(const std::string& text, BodyFilter& filter);
 // 1 when the class passes; a negative reason otherwise (-8 no text, -16, -17,
 // -10, -11, -12, -14, -15, -2, -3; a ParseClass failure returns its code).
 int UseBodyFilter(const char* text, const BodyFilter& filter);
+// ProcessPetrolData2, ProcessClassData, ProcessDBENumData and
+// ProcessCarbonNumData in that order; with a filter, peaks whose parent class
+// fails UseBodyFilter are left out. Returns 0 or -1 after a message.
+int ProcessPetro(const Spectrum& spectrum, const FormulaSettings& settings, bool fold_34s, PetroSummary& out, Ui& ui,
+                 const BodyFilter* filter = nullptr);
+
 // Parses "N0-2,O0-6,S0-1" into the filter. Returns 0 or -1 after a message.
 int parse_body_filter(const std::string& text, BodyFilter& filter, Ui& ui);
 
