@@ -23,6 +23,7 @@
 #include "peaks/find_peaks.hpp"
 #include "platform/safe_file.hpp"
 #include "sim/formula_list.hpp"
+#include "sim/isotopologues.hpp"
 #include "workspace/conversions.hpp"
 #include "workspace/processing.hpp"
 
@@ -330,6 +331,7 @@ struct SimFormulaOptions {
     std::string out;
     std::string classes = "cho,chon,chos";
     std::string mode = "neg";
+    double isotopologues = 0.0;  // smallest isotopologue abundance added, 0 none
 };
 
 int run_simulate_formulas(Context& ctx, SimFormulaOptions o) {
@@ -355,7 +357,8 @@ int run_simulate_formulas(Context& ctx, SimFormulaOptions o) {
         return 1;
     }
     o.p.charge_sign = *mode == ChargeMode::POS ? 1 : -1;
-    const auto peaks = simulate_formula_list(o.p);
+    auto peaks = simulate_formula_list(o.p);
+    if (o.isotopologues > 0.0) add_isotopologue_peaks(peaks, o.isotopologues);
     const std::string csv = formula_list_csv(peaks);
     if (o.out.empty()) {
         std::cout << csv;
@@ -381,6 +384,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
         sub->add_option("--error-ppm", o->p.max_error_ppm, "Largest mass perturbation in ppm (default 0.3)");
         sub->add_option("--classes", o->classes, "Any of cho,chon,chos (default all three)");
         sub->add_option("--mode", o->mode, "neg: [M-H]- (default), pos: [M+H]+");
+        sub->add_option("--isotopologues", o->isotopologues,
+                        "Add 13C, 2x13C, 34S and 34S+13C peaks at their true ratios down to this abundance");
         sub->callback([&ctx, o] { ctx.exit_code = run_simulate_formulas(ctx, *o); });
     }
     {
