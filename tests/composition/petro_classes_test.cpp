@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include <cmath>
 #include <map>
 #include <string>
@@ -200,6 +202,75 @@ TEST(PetroClasses, ParseClassAndTheBodyFilter) {
     EXPECT_EQ(parsed.s_max, 1);
     EXPECT_EQ(parse_body_filter("X0-2", parsed, ui), -1);
     EXPECT_EQ(parse_body_filter("N3-1", parsed, ui), -1);
+}
+
+}  // namespace
+}  // namespace vx
+
+#include "support/cli.hpp"
+#include "support/files.hpp"
+
+namespace vx {
+namespace {
+
+TEST(IsotopesCli, PatternRulesClassesAndRefusals) {
+    test::TempDir dir;
+    const std::string home = dir.file("home");
+    auto r = test::run_cli(home, "isotopes C35H60O6 --json --fine --threshold 1e-5");
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const char* key : {"\"peaks\"", "\"offset\"", "\"mass\"", "\"abundance\"", "\"relative\"", "\"low_mass\"",
+                            "\"high_mass\"", "\"members\"", "\"isotopologues\"", "\"counts\"", "\"13C\": 1"})
+        EXPECT_NE(r.out.find(key), std::string::npos) << key;
+    // Bad inputs: a clear message and a non-zero exit, nothing written.
+    const std::pair<std::string, std::string> bad[] = {
+        {"isotopes C6H6Qq", "Qq is not an element"},
+        {"isotopes C6H6Sn", "at most 5"},
+        {"isotopes C6H6 --threshold 0", "threshold must lie above 0"},
+        {"isotopes C6H6 --threshold 2", "threshold must lie above 0"},
+        {"isotopes C6H6 --plot " + dir.file("p.png"), "Qt plotting library"},
+        {"isotopes", "either a FORMULA or --rules"},
+    };
+    for (const auto& [args, words] : bad) {
+        auto b = test::run_cli(home, args);
+        EXPECT_NE(b.status, 0) << args;
+        EXPECT_NE(b.err.find(words), std::string::npos) << args << ": " << b.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir.file("p.png")));
+
+    // A simulated sample with its isotopologues: classes, rules and the flags.
+    const std::string list = dir.file("list.csv");
+    ASSERT_EQ(test::run_cli(home, "simulate-formulas --count 300 --seed 9 --isotopologues 3000 -o " + list).status, 0);
+    r = test::run_cli(home, "classes " + list + " -o " + dir.file("out") + " --json");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\"classes\""), std::string::npos);
+    for (const char* f : {"classes.csv", "dbe.csv", "carbon.csv", "processed.csv", "peaks.csv", "mass_error.csv", "sn_error.csv"})
+        EXPECT_TRUE(std::filesystem::exists(dir.file(std::string("out/") + f))) << f;
+    const std::string peaks = test::read_file(dir.file("out/peaks.csv"));
+    EXPECT_NE(peaks.find(",True,"), std::string::npos);
+    EXPECT_EQ(test::read_file(dir.file("out/mass_error.csv")).rfind("Mass to charge, ppm error\n", 0), 0u);
+    // No 13C class stands on its own: they are folded.
+    EXPECT_EQ(test::read_file(dir.file("out/classes.csv")).find("13C"), std::string::npos);
+
+    r = test::run_cli(home, "classes " + list + " -o " + dir.file("out2") + " --plots png,svg");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("Qt plotting library"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(dir.file("out2/classes.csv")));
+    // A file where the folder should be.
+    test::write_file(dir.file("blocked"), "x");
+    r = test::run_cli(home, "classes " + list + " -o " + dir.file("blocked"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("cannot be made"), std::string::npos) << r.err;
+
+    r = test::run_cli(home, "isotopes --rules " + list + " --json --csv " + dir.file("flags.csv"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\"2x13C\""), std::string::npos);
+    EXPECT_NE(test::read_file(dir.file("flags.csv")).find(",99,"), std::string::npos);
+
+    r = test::run_cli(home, "assign " + list + " --topdown --isotope-table " + dir.file("iso.csv") + " -o " + dir.file("a.csv"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string a = test::read_file(dir.file("a.csv"));
+    EXPECT_NE(a.find("[13C]"), std::string::npos);
+    EXPECT_NE(test::read_file(dir.file("iso.csv")).find("flag_13C"), std::string::npos);
 }
 
 }  // namespace
