@@ -255,9 +255,46 @@ int isotope_rules_single(int oddeven, int series, double ppm, KendrickTables& ta
     return 0;
 }
 
+namespace {
+
+// The arrays are ordered by series, not by mass: over a whole list the
+// candidates are found through a mass-sorted index, with the choice of
+// LocateKendrickMass (closest; the earliest in the array among equals).
+struct MassIndex {
+    std::vector<int> order;
+    explicit MassIndex(const std::vector<HitRecord>& a) : order(a.size()) {
+        std::iota(order.begin(), order.end(), 0);
+        std::stable_sort(order.begin(), order.end(), [&](int x, int y) {
+            return a[static_cast<std::size_t>(x)].mass < a[static_cast<std::size_t>(y)].mass;
+        });
+    }
+    int find(const std::vector<HitRecord>& a, double target, double tolerance, double max_abundance, int* best) const {
+        auto it = std::lower_bound(order.begin(), order.end(), target - tolerance,
+                                   [&](int i, double m) { return a[static_cast<std::size_t>(i)].mass < m; });
+        int n = 0;
+        double closest = -1.0;
+        int chosen = -1;
+        for (; it != order.end(); ++it) {
+            const HitRecord& h = a[static_cast<std::size_t>(*it)];
+            if (h.mass - target > tolerance) break;
+            if (h.hit_code != 0 || std::fabs(h.mass - target) > tolerance || !(h.abundance < max_abundance)) continue;
+            ++n;
+            const double d = std::fabs(h.mass - target);
+            if (closest < 0.0 || d < closest || (d == closest && *it < chosen)) {
+                closest = d;
+                chosen = *it;
+            }
+        }
+        if (n > 0 && best) *best = chosen;
+        return n;
+    }
+};
+
+}  // namespace
+
 int isotope_rules(double ppm, Spectrum& spectrum, const FormulaSettings& settings, Ui& ui, IsotopeRulesSummary* summary) {
-    (void)ui;
     const double u1 = settings.user[0].mass, u2 = settings.user[1].mass;
+    const MassIndex index_even(spectrum.assigned), index_odd(spectrum.unassigned);
     for (int odd = 1; odd >= 0; --odd) {
         auto& arr = array_of(spectrum, odd);
         for (std::size_t i = 0; i < arr.size(); ++i) {
@@ -280,9 +317,11 @@ int isotope_rules(double ppm, Spectrum& spectrum, const FormulaSettings& setting
                     if (summary) ++summary->found[static_cast<std::size_t>(k)];
                     continue;
                 }
-                auto& target = array_of(spectrum, target_array(kind, odd));
+                const int ta = target_array(kind, odd);
+                auto& target = array_of(spectrum, ta);
                 int best = -1;
-                const int n = find_isotope(kind, h, target, ppm, u1, u2, &best, nullptr, h.abundance);
+                const double t = isotope_target(kind, h.mass, u1, u2);
+                const int n = (ta ? index_odd : index_even).find(target, t, t * ppm / 1000000.0, h.abundance, &best);
                 if (n > 0 && best >= 0) {
                     h.isotope_flags[static_cast<std::size_t>(k)] = ISOFLAG_FOUND;
                     target[static_cast<std::size_t>(best)].isotope_flags = {-99, -99, -99, -99};
