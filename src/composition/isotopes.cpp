@@ -220,7 +220,10 @@ int FindMax(IsoElement& e, double threshold) {
         e.solution_count = 1;
         return 0;
     }
-    if (distribution_count(e.count, k) > ISO_MAX_DISTRIBUTIONS) return -1;
+    // Each distribution costs of the order of count steps: both are bounded,
+    // so a formula can never keep the calculator busy for minutes.
+    const std::int64_t walks = distribution_count(e.count, k);
+    if (walks > ISO_MAX_DISTRIBUTIONS || static_cast<double>(walks) * e.count > ISO_MAX_WALK_STEPS) return -1;
     std::array<double, ISO_MAX_ISOTOPES> ab{};
     for (int i = 0; i < k; ++i) ab[static_cast<std::size_t>(i)] = e.isotopes[static_cast<std::size_t>(i)].abundance;
     std::array<std::int32_t, ISO_MAX_ISOTOPES> c{};
