@@ -150,6 +150,8 @@ PetroPanel::PetroPanel(MainWindow* main) : QDialog(main), main_(main) {
         views_[i] = new QTableView;
         views_[i]->setModel(models_[i]);
         views_[i]->setSortingEnabled(false);
+        // Divider rows are lower than the style's smallest row.
+        views_[i]->verticalHeader()->setMinimumSectionSize(DIVIDER_HEIGHT);
         tabs_->addTab(views_[i], tabs[i]);
     }
     auto* errors = new QWidget;

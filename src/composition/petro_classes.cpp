@@ -146,9 +146,11 @@ void MergeSumstoProcessed(std::vector<ClassSum>& sums, std::vector<ProcessedRow>
     }
     // A class of isotopologues alone (its parent class has no peaks) still
     // folds: the parent class joins the list after the others.
-    for (const auto& [iso, parent] : parent_of)
+    for (const auto& kv : parent_of) {
+        const std::string& parent = kv.second;
         if (std::none_of(sums.begin(), sums.end(), [&](const ClassSum& c) { return c.class_text == parent; }))
             sums.push_back({parent, 0.0});
+    }
     for (ClassSum& c : sums) {
         const auto it = parent_of.find(c.class_text);
         c.sum = merged[it == parent_of.end() ? c.class_text : it->second];
