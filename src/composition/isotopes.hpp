@@ -27,9 +27,9 @@ inline constexpr std::int64_t ISO_MAX_COMBINATIONS = 4000000;
 // Largest number of distributions of one element's atoms over its isotopes
 // walked by FindMax.
 inline constexpr std::int64_t ISO_MAX_DISTRIBUTIONS = 50000000;
-// Largest distributions x atoms (the cost of the walk); C 14,000 with its two
-// isotopes is about the limit.
-inline constexpr double ISO_MAX_WALK_STEPS = 2e8;
+// Largest distributions x atoms (the cost of the walk, about a quarter of a
+// second); C 7,000 with its two isotopes is about the limit.
+inline constexpr double ISO_MAX_WALK_STEPS = 5e7;
 
 struct IsoIsotope {
     double mass = 0.0;

@@ -225,6 +225,7 @@ TEST(IsotopeEngine, BadInputsRefusedWithAMessage) {
         {"C6H6", 1.5, "threshold must lie above 0"},
         {"C6H6", -1e-3, "threshold must lie above 0"},
         {"C9999999H4", 1e-6, "more than 1000000"},
+        {"C20000H4", 1e-6, "too many distributions"},
         // Many elements of several isotopes at a tiny threshold: the product of
         // their solution counts is refused before anything is allocated.
         {"C2000H3000N30O200S20Cl10", 1e-300, "raise the threshold"},
