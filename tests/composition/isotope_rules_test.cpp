@@ -91,6 +91,57 @@ TEST(IsotopeRules, TargetsOfTheFourKinds) {
     EXPECT_EQ(find_isotope(ISO_C13, parent, peaks, 1.0, u1, u2, &best, nullptr, parent.abundance), 0);
 }
 
+// An even-array group writes its 34S + 13C flag into the odd array at the same
+// index; with a shorter odd array nothing is written out of bounds, the console
+// says so, and the group's formula stays.
+TEST(IsotopeRules, EvenGroupFlagPastTheOddArray) {
+    FormulaSettings st = molecal_defaults();
+    RecordingUi ui;
+    ASSERT_EQ(parse_element_ranges("13C0-1,34S0-1,C1-80,H0-160,O0-6,S0-2", st, ui), 0);
+    Spectrum s;
+    for (int i = 0; i < 3; ++i) {
+        HitRecord h;
+        h.mass = 400.0 + 14.01565 * i;
+        h.abundance = 1000.0 * (i + 1);
+        h.sn = 1000.0;
+        h.series = 0;
+        h.hit_code = 1;
+        h.counts = {25 + i, 40 + 2 * i, 0, 2, 1, 0, 0, 0, 0, 0, 0, 0};
+        s.assigned.push_back(h);
+    }
+    KendrickTables t;
+    t.even_series = 1;
+    KendrickRank r;
+    r.first = 0;
+    r.last = 2;
+    r.most_abundant = 2;
+    r.series = 0;
+    r.odd = 0;
+    t.ranks.push_back(r);
+    IsotopeRulesSummary sum;
+    EXPECT_EQ(isotope_rules_single(0, 0, 1.0, t, s, st, ui, &sum), 0);
+    EXPECT_NE(ui.console.find("has no odd_array place for its S34 C13 flag"), std::string::npos) << ui.console;
+    EXPECT_TRUE(s.unassigned.empty());
+    // Even groups set their 13C flags but never search for 13C.
+    EXPECT_EQ(sum.expected[ISO_C13], 0);
+    for (const HitRecord& h : s.assigned) {
+        EXPECT_EQ(h.isotope_flags[ISO_C13], ISOFLAG_EXPECTED);
+        EXPECT_EQ(h.hit_code, 1);
+    }
+    // Nothing to find: the 2 x 13C and 34S searches expected and found nothing.
+    EXPECT_GT(sum.expected[ISO_2C13], 0);
+    EXPECT_EQ(sum.found[ISO_2C13] + sum.found[ISO_S34], 0);
+    // A sulfur-free group gets no 34S test.
+    for (HitRecord& h : s.assigned) {
+        h.counts[4] = 0;
+        h.isotope_flags = {0, 0, 0, 0};
+    }
+    IsotopeRulesSummary none;
+    isotope_rules_single(0, 0, 1.0, t, s, st, ui, &none);
+    EXPECT_EQ(none.expected[ISO_S34], 0);
+    EXPECT_EQ(none.expected[ISO_S34_C13], 0);
+}
+
 // ----------------------------------------------------------------- confirmation
 
 constexpr double mC = 12.0, mH = 1.00782503223, mN = 14.00307400443, mO = 15.99491461957, mS = 31.9720711744;
