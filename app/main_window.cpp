@@ -43,7 +43,9 @@
 #include "CALIBRATE.hpp"
 #include "CHANGECAL.hpp"
 #include "INSTRUMENTS.hpp"
+#include "ISOPATTERN.hpp"
 #include "KENDRICK.hpp"
+#include "PETRO.hpp"
 #include "MOLECAL.hpp"
 #include "MOLECALUNO.hpp"
 #include "MPHASE.hpp"
@@ -169,6 +171,8 @@ void MainWindow::build_menus() {
     connect(analyze->addAction("Assign Formulas..."), &QAction::triggered, this, [this] { open_molecal(this); });
     connect(analyze->addAction("Kendrick Analysis..."), &QAction::triggered, this, [this] { open_kendrick(this)->calculate(); });
     connect(analyze->addAction("THRASH..."), &QAction::triggered, this, [this] { open_thrash(this); });
+    connect(analyze->addAction("Petroleum Analysis..."), &QAction::triggered, this, [this] { open_petro(this); });
+    connect(analyze->addAction("Isotope Calculator..."), &QAction::triggered, this, [this] { open_isopattern(this); });
 
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);

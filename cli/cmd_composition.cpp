@@ -15,6 +15,7 @@
 #include "commands.hpp"
 #include "composition/assign.hpp"
 #include "composition/formula.hpp"
+#include "composition/isotope_rules.hpp"
 #include "composition/kendrick.hpp"
 #include "formats/peak_csv.hpp"
 #include "formats/peak_list.hpp"
@@ -22,6 +23,7 @@
 #include "peaks/find_peaks.hpp"
 #include "platform/safe_file.hpp"
 #include "sim/formula_list.hpp"
+#include "sim/isotopologues.hpp"
 #include "workspace/conversions.hpp"
 #include "workspace/processing.hpp"
 
@@ -149,8 +151,11 @@ bool has_extension(const std::string& path, const char* ext) {
     return e == ext;
 }
 
+}  // namespace
+
 // A .pks peak list, a CSV table of another program, or a data file whose
-// peaks are found with the analysis panel's settings.
+// peaks are found with the analysis panel's settings. Shared with the other
+// peak-list commands (cmd_isotopes.cpp).
 int load_peaks(Context& ctx, const std::string& path, Spectrum& s) {
     if (has_extension(path, ".pks")) {
         if (Get_Tulva_Peak_List(path, s, ctx.ui) < 0) return -1;
@@ -185,6 +190,8 @@ int load_peaks(Context& ctx, const std::string& path, Spectrum& s) {
     }
     return 0;
 }
+
+namespace {
 
 int write_text(Context& ctx, const std::string& path, const std::string& text, const std::string& source) {
     if (same_file(path, source)) {
@@ -263,12 +270,18 @@ struct AssignCliOptions {
     double assign_sn = 3.0;
     int repair = 2;
     bool test_peak_score = false;
+    bool topdown = false;        // isotope rules inside the assign pass
+    std::string isotope_table;   // CSV of the isotope flags
 };
 
 int run_assign(Context& ctx, const AssignCliOptions& o) {
     if (o.search.json) ctx.ui.quiet_console = true;
     FormulaSettings st;
-    if (settings_from(ctx, o.search, st) < 0) return 1;
+    SearchOptions search = o.search;
+    // The isotope rules write 13C and 34S counts into user slots 1 and 2.
+    if (o.topdown && search.elements.find("13C") == std::string::npos) search.elements = "13C0-1,34S0-1," + search.elements;
+    if (settings_from(ctx, search, st) < 0) return 1;
+    st.TOPDOWN = o.topdown;
     st.ASSIGN_SN = o.assign_sn;
     st.series_fit = !o.test_peak_score;
     // The per-member notes of errors above the tolerance are for the desktop
@@ -282,6 +295,7 @@ int run_assign(Context& ctx, const AssignCliOptions& o) {
     if (assign_peak_list(s, ko, st, o.repair, ctx.ui, &sum) < 0) return 1;
     const std::string csv = assignment_csv_text(s, st);
     if (!o.out.empty() && write_text(ctx, o.out, csv, o.file) < 0) return 1;
+    if (!o.isotope_table.empty() && write_text(ctx, o.isotope_table, isotope_flags_csv(s, &st), o.file) < 0) return 1;
     if (o.search.json) {
         nlohmann::ordered_json j;
         j["file"] = o.file;
@@ -317,6 +331,7 @@ struct SimFormulaOptions {
     std::string out;
     std::string classes = "cho,chon,chos";
     std::string mode = "neg";
+    double isotopologues = 0.0;  // smallest isotopologue abundance added, 0 none
 };
 
 int run_simulate_formulas(Context& ctx, SimFormulaOptions o) {
@@ -342,7 +357,8 @@ int run_simulate_formulas(Context& ctx, SimFormulaOptions o) {
         return 1;
     }
     o.p.charge_sign = *mode == ChargeMode::POS ? 1 : -1;
-    const auto peaks = simulate_formula_list(o.p);
+    auto peaks = simulate_formula_list(o.p);
+    if (o.isotopologues > 0.0) add_isotopologue_peaks(peaks, o.isotopologues);
     const std::string csv = formula_list_csv(peaks);
     if (o.out.empty()) {
         std::cout << csv;
@@ -368,6 +384,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
         sub->add_option("--error-ppm", o->p.max_error_ppm, "Largest mass perturbation in ppm (default 0.3)");
         sub->add_option("--classes", o->classes, "Any of cho,chon,chos (default all three)");
         sub->add_option("--mode", o->mode, "neg: [M-H]- (default), pos: [M+H]+");
+        sub->add_option("--isotopologues", o->isotopologues,
+                        "Add 13C, 2x13C, 34S and 34S+13C peaks at their true ratios down to this abundance");
         sub->callback([&ctx, o] { ctx.exit_code = run_simulate_formulas(ctx, *o); });
     }
     {
@@ -401,6 +419,9 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
         sub->add_flag("--test-peak-score", o->test_peak_score,
                       "Keep the lowest-score candidate of the test peak alone, as the desktop's multi-peak calculator "
                       "does (default: the candidate that fits the most series members)");
+        sub->add_flag("--topdown", o->topdown,
+                      "Isotope rules per series: 13C, 2x13C, 34S and 34S+13C peaks get their parent's formula");
+        sub->add_option("--isotope-table", o->isotope_table, "Write the isotope flags of every peak (CSV) here");
         sub->callback([&ctx, o] { ctx.exit_code = run_assign(ctx, *o); });
     }
 });

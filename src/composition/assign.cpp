@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "composition/isotope_rules.hpp"
 #include "platform/ui.hpp"
 
 namespace vx {
@@ -40,9 +41,13 @@ int calcform3(Spectrum& spectrum, KendrickTables& tables, const FormulaSettings&
         const int hits = find_masses(a[static_cast<std::size_t>(t)].mass, t, settings.MASS_ACCURACY, r.odd, 10000, 10000, 0,
                                      spectrum, settings, ui);
         if (hits < 0) return -1;
-        // The isotope rules of a series run here once they exist; without
-        // TOPDOWN the series stays open for the second pass.
-        if (hits > 0 && settings.TOPDOWN) r.assigned = hits;
+        // With TOPDOWN the group's isotopologues get their formulas now and
+        // leave the later ranks; without it the series stays open for the
+        // second pass.
+        if (hits > 0 && settings.TOPDOWN) {
+            r.assigned = hits;
+            isotope_rules_single(r.odd, r.series, settings.MASS_ACCURACY, tables, spectrum, settings, ui);
+        }
         if ((k & 255) == 255) ui.ProcessSystemEvents();
     }
     return 0;

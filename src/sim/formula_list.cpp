@@ -77,6 +77,9 @@ std::string formula_list_csv(const std::vector<SimulatedFormulaPeak>& peaks) {
         std::string f;
         for (std::size_t i = 0; i < 5; ++i)
             if (p.ion[i] > 0) f += p.ion[i] == 1 ? std::string(sym[i]) : fmt::format("{}{}", sym[i], p.ion[i]);
+        // Isotopologues (sim/isotopologues.hpp) carry 13C and 34S in user slots 1 and 2.
+        if (p.ion[6] > 0) f += fmt::format("[13C]{}", p.ion[6]);
+        if (p.ion[7] > 0) f += fmt::format("[34S]{}", p.ion[7]);
         out += fmt::format("{:.7f},{:.1f},{}\n", p.mz, p.abundance, f);
     }
     return out;
