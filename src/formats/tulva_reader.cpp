@@ -792,6 +792,8 @@ int read_frequency_v10(Workspace&, std::FILE*, Spectrum&, Ui& ui) {
 
 }  // namespace
 
+std::FILE* unpack_tulva_Z(const Workspace& ws, const std::string& path, Ui& ui) { return unpack_Z(ws, path, ui); }
+
 int read_header_line(std::FILE* f, std::string& line) {
     line.clear();
     int c;
