@@ -120,7 +120,7 @@ TEST(Preferences, DamagedFiles) {
         Preferences p;
         EXPECT_EQ(LoadPreferenceFileTXT(dir.write("p.txt", c.text), p, ui), c.result);
         EXPECT_EQ(p[c.key], c.value);
-        if (!c.title.empty()) EXPECT_TRUE(ui.saw(c.title, "Sorry! Invalid preference file."));
+        EXPECT_EQ(ui.saw("Invalid File", "Sorry! Invalid preference file."), !c.title.empty());
     }
     RecordingUi ui;
     Preferences p;
