@@ -4,6 +4,9 @@
 // layout of three windows in 2 x 2, the preferences of a first run and the
 // zip panel over a small tree.
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QTimer>
 
 #include <qcustomplot.h>
 #include <QDir>
@@ -24,6 +27,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
+#include <algorithm>
+#include <atomic>
 
 #include "data_bus.hpp"
 #include "main_window.hpp"
@@ -139,6 +146,42 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "%s / %s: bus %s, core %.80s\n", qPrintable(topic), qPrintable(item),
                              qPrintable(c.out.left(80)), want.c_str());
             CHECK(unwrap(c.out).toStdString() == want);
+        }
+        // The median of Count from a client of its own connection, on a thread
+        // of its own while this thread serves.
+        {
+            std::vector<double> times;
+            std::atomic<bool> done{false};
+            std::thread client([&] {
+                QDBusConnection conn = QDBusConnection::connectToBus(
+                    QString::fromUtf8(std::getenv("DBUS_SESSION_BUS_ADDRESS")), "median-client");
+                for (int i = 0; i < 51 && conn.isConnected(); ++i) {
+                    QDBusMessage m = QDBusMessage::createMethodCall(vx::DATA_BUS_NAME, vx::DATA_BUS_PATH,
+                                                                    "org.vantorix.FTMSAnalysis", "Request");
+                    m << QString("Screen_Data") << QString("Count");
+                    QElapsedTimer t;
+                    t.start();
+                    const QDBusMessage r = conn.call(m, QDBus::Block, 5000);
+                    if (r.type() == QDBusMessage::ReplyMessage) times.push_back(t.nsecsElapsed() / 1e6);
+                }
+                done = true;
+            });
+            QEventLoop loop;
+            QTimer poll;
+            QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+                if (done) loop.quit();
+            });
+            poll.start(1);
+            loop.exec();
+            client.join();
+            QDBusConnection::disconnectFromBus("median-client");
+            CHECK(times.size() == 51);
+            if (!times.empty()) {
+                std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
+                const double median = times[times.size() / 2];
+                std::fprintf(stderr, "Count over the bus: median %.3f ms of %zu calls\n", median, times.size());
+                CHECK(median < 5.0);
+            }
         }
         // Bad requests: error replies at once, never the client's timeout.
         for (const auto& [topic, item] : std::vector<std::pair<QString, QString>>{

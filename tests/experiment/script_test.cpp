@@ -306,7 +306,9 @@ void expect_same_tree(const Experiment& want, const Experiment& got, int round) 
                     long long samples = b.msms_datacount;
                     if (b.emode == 0) samples = chirp_samples(b);
                     if (b.emode == 2) samples = static_cast<long long>(b.clockrate * b.elength);
-                    if (b.emode != 1) EXPECT_EQ(ge.wave_samples, samples);
+                    if (b.emode != 1) {
+                        EXPECT_EQ(ge.wave_samples, samples);
+                    }
                 }
             }
         }
