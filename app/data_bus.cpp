@@ -74,7 +74,9 @@ void quit_on_termination_signals() {
     QObject::connect(notifier, &QSocketNotifier::activated, QCoreApplication::instance(), [] {
         char c;
         [[maybe_unused]] const auto n = ::read(signal_pipe[0], &c, 1);
-        QCoreApplication::quit();
+        // exit() rather than quit(): a signal does not ask the windows (and
+        // so the user) whether to close; every event loop ends.
+        QCoreApplication::exit(0);
     });
     struct sigaction sa {};
     sa.sa_handler = on_signal;

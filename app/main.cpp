@@ -22,6 +22,7 @@
 
 #include "data_bus.hpp"
 #include "main_window.hpp"
+#include "panels/PREFERENCE.hpp"
 #include "panels/PRINTSAVE.hpp"
 #include "qt_ui.hpp"
 #include "single_instance.hpp"
@@ -79,6 +80,8 @@ int main(int argc, char** argv) {
     if (!screenshot) {
         // Other programs read the active spectrum through the session bus.
         vx::quit_on_termination_signals();
+        // AUTOSAVE: however the session ends (the window closed, a signal).
+        QObject::connect(&app, &QCoreApplication::aboutToQuit, &window, [&window] { vx::preferences_at_exit(window); });
         auto* bus = new vx::DataBusService(&window);
         bus->start();
         window.show_title_panel(1000);

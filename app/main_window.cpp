@@ -435,12 +435,8 @@ void MainWindow::show_peak_table() {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    if (ui_->ConfirmPopup("Quit Vantorix Analysis", "Are you sure you want to quit Vantorix Analysis?")) {
-        preferences_at_exit(*this);
-        event->accept();
-    } else {
-        event->ignore();
-    }
+    if (ui_->ConfirmPopup("Quit Vantorix Analysis", "Are you sure you want to quit Vantorix Analysis?")) event->accept();
+    else event->ignore();
 }
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
