@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <cstdlib>
 #include <vector>
 
@@ -15,12 +16,9 @@
 namespace vx {
 namespace {
 
-// "%f " of a single-precision value.
-void put(std::string& out, float v) {
-    char buf[64];
-    const int n = std::snprintf(buf, sizeof buf, "%f ", static_cast<double>(v));
-    if (n > 0) out.append(buf, static_cast<std::size_t>(std::min<int>(n, sizeof buf - 1)));
-}
+// "%f " of a single-precision value (fmt writes what printf's "%f" writes,
+// several times faster, which a reply of millions of values needs).
+void put(std::string& out, float v) { fmt::format_to(std::back_inserter(out), "{:f} ", static_cast<double>(v)); }
 
 // The plot's x array descends (frequency or m/z drawn from a reversed axis):
 // then values go out first to last.

