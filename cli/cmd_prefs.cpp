@@ -45,7 +45,7 @@ int run_prefs(Context& ctx, const PrefsOptions& o) {
                 values[k.name] = prefs.integer(p);
         }
         j["values"] = std::move(values);
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
         return 0;
     }
     std::cout << fmt::format("FILE={}\nAUTOLOAD={}\nAUTOSAVE={}\nDRAGNDROPTYPE={}\nTOOL={}\n", prefs.FILE,

@@ -20,7 +20,9 @@ int run_script(Context& ctx, const ScriptOptions& o) {
     // The warnings are part of the result here, not popups to dismiss.
     const WaveMemory mem = Check_Total_Mem_Use(ex, nullptr);
     if (o.json)
-        std::cout << experiment_json(ex, mem).dump(2) << '\n';
+        // Labels are the bytes of the file: what is not UTF-8 is shown as U+FFFD.
+        std::cout << experiment_json(ex, mem).dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                  << '\n';
     else
         std::cout << experiment_timeline(ex, mem);
     return 0;

@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (vx::LoadTulvaScript(ws, path, ex, false, ui) == 0) {
         const vx::WaveMemory m = vx::Check_Total_Mem_Use(ex, &ui);
         if (m.used < 0 || m.used > vx::WAVE_BLOCKS) std::abort();
-        (void)vx::experiment_json(ex, m).dump();
+        (void)vx::experiment_json(ex, m).dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
         (void)vx::experiment_timeline(ex, m);
     }
     return 0;

@@ -614,6 +614,12 @@ TEST_F(ScriptCli, TimelineAndJsonOfASimulatedTransient) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(nlohmann::json::parse(r.out)["loops"], j["loops"]);
 
+    // A label that is not UTF-8 comes out replaced, not as a crash.
+    test::write_file(path("latin1.exp"), "TULVA Experiment Sequence\n" + structure("time: 1\nendevent:\n", {"Qu\xe9nch"}));
+    r = run("script --json '" + path("latin1.exp") + "'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(nlohmann::json::parse(r.out)["loops"][0]["tables"][0]["events"][0]["label"], "Qu\xef\xbf\xbdnch");
+
     test::write_file(path("bad.exp"), "not a script\n");
     r = run("script '" + path("bad.exp") + "'");
     EXPECT_NE(r.status, 0);
