@@ -37,6 +37,8 @@ public:
 
     int slot() const { return slot_; }
     QCustomPlot* plot() const { return plot_; }
+    // The reduced arrays of the last redraw (what the data service sends).
+    const PlotArrays& arrays() const { return arrays_; }
     // Update_Display of the slot into the plot.
     void redraw();
     // One item of the plot menu (numbers of the window's menu).

@@ -3,6 +3,8 @@
 //   vantorix-analysis [files...]
 //   vantorix-analysis --screenshot out.png [--process] [--mz] [--find-peaks] [--zoom LOW,HIGH]
 //                     [--cursors A,B] files...
+//   vantorix-analysis --print OUT.pdf [same options] files...      (the active graph, 300 dpi)
+//   vantorix-analysis --snapshot PANEL=OUT.png [same options] files...
 //
 // The screenshot form runs without questions: it opens the files, processes
 // and switches to m/z when asked, zooms the active window, saves the main
@@ -18,7 +20,10 @@
 
 #include <qcustomplot.h>
 
+#include "data_bus.hpp"
 #include "main_window.hpp"
+#include "panels/PREFERENCE.hpp"
+#include "panels/PRINTSAVE.hpp"
 #include "qt_ui.hpp"
 #include "single_instance.hpp"
 #include "workspace/filelist.hpp"
@@ -37,10 +42,14 @@ int main(int argc, char** argv) {
     QCommandLineOption zoom("zoom", "Zoom the active window to LOW,HIGH in the units of its axis.", "LOW,HIGH");
     QCommandLineOption find("find-peaks", "Find peaks in the active spectrum as after \"Find Peak Options...\" (with --screenshot).");
     QCommandLineOption cursors("cursors", "Put graph cursors 1 and 2 at A,B in the units of the axis; the mouse stands at A (with --screenshot).", "A,B");
-    parser.addOptions({shot, process, mz, zoom, find, cursors});
+    QCommandLineOption print("print", "Print the active graph to the PDF FILE and exit.", "FILE");
+    QCommandLineOption snapshot("snapshot", "Save the panel PANEL (e.g. GRAPH0, EXPERIMENT) as a picture and exit.",
+                                "PANEL=FILE");
+    parser.addOptions({shot, process, mz, zoom, find, cursors, print, snapshot});
     parser.addPositionalArgument("files", "Data files to open.");
     parser.process(app);
-    const bool screenshot = parser.isSet(shot);
+    // Every unattended form runs the same way: no questions, then exit.
+    const bool screenshot = parser.isSet(shot) || parser.isSet(print) || parser.isSet(snapshot);
 
     // One instance per user: a later launch hands its files to the running
     // window, or says why it cannot. The unattended screenshot runs do not count.
@@ -69,6 +78,12 @@ int main(int argc, char** argv) {
     window.rebuild_recent();
 
     if (!screenshot) {
+        // Other programs read the active spectrum through the session bus.
+        vx::quit_on_termination_signals();
+        // AUTOSAVE: however the session ends (the window closed, a signal).
+        QObject::connect(&app, &QCoreApplication::aboutToQuit, &window, [&window] { vx::preferences_at_exit(window); });
+        auto* bus = new vx::DataBusService(&window);
+        bus->start();
         window.show_title_panel(1000);
         QTimer::singleShot(1000, &window, [&window] { window.show(); });
         vx::open_paths(window, parser.positionalArguments());
@@ -131,10 +146,29 @@ int main(int argc, char** argv) {
         }
     }
     QApplication::processEvents();
-    const QString out = parser.value(shot);
-    if (!window.grab().save(out)) {
-        std::fprintf(stderr, "vantorix-analysis: could not write %s\n", qPrintable(out));
-        return 1;
+    if (parser.isSet(print)) {
+        vx::GraphWindow* g = window.active_graph();
+        if (!g || vx::print_graph_to_pdf(window, *g, parser.value(print).toStdString()) < 0) {
+            std::fprintf(stderr, "vantorix-analysis: could not print to %s\n", qPrintable(parser.value(print)));
+            status = 1;
+        }
+    }
+    if (parser.isSet(snapshot)) {
+        const QString spec = parser.value(snapshot);
+        const int eq = spec.indexOf('=');
+        QWidget* panel = eq > 0 ? vx::find_panel(window, spec.left(eq).toStdString()) : nullptr;
+        // A panel not made yet writes nothing.
+        if (!panel || vx::save_panel_snapshot(panel, spec.mid(eq + 1).toStdString()) < 0) {
+            std::fprintf(stderr, "vantorix-analysis: no picture of %s\n", qPrintable(spec));
+            status = 1;
+        }
+    }
+    if (parser.isSet(shot)) {
+        const QString out = parser.value(shot);
+        if (!window.grab().save(out)) {
+            std::fprintf(stderr, "vantorix-analysis: could not write %s\n", qPrintable(out));
+            return 1;
+        }
     }
     return status;
 }

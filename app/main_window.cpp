@@ -54,6 +54,11 @@
 #include "PHASE2.hpp"
 #include "PROCESS.hpp"
 #include "THRASH.hpp"
+#include "EXPERIMENT.hpp"
+#include "PANELLAYOUT.hpp"
+#include "PREFERENCE.hpp"
+#include "PRINTSAVE.hpp"
+#include "ZIPFILES.hpp"
 #include "shortcuts.hpp"
 #include "workspace/filelist.hpp"
 #include "workspace/processing.hpp"
@@ -151,6 +156,11 @@ void MainWindow::build_menus() {
     connect(file_menu_->addAction("Export to PlotTool"), &QAction::triggered, this,
             &MainWindow::export_to_plottool);
     file_menu_->addSeparator();
+    connect(file_menu_->addAction("Vantorix Experiment Script..."), &QAction::triggered, this, [this] { show_EXPERIMENT(*this); });
+    connect(file_menu_->addAction("Zip Files..."), &QAction::triggered, this, [this] { zip_files_dialog(*this); });
+    connect(file_menu_->addAction("Preference..."), &QAction::triggered, this, [this] { show_PREFERENCE(*this); });
+    connect(file_menu_->addAction("Print Graph..."), &QAction::triggered, this, [this] { print_graph(*this); });
+    connect(file_menu_->addAction("Save Panel Bitmap..."), &QAction::triggered, this, [this] { show_PRINTSAVE(*this); });
     exit_action_ = file_menu_->addAction("Exit");
     connect(exit_action_, &QAction::triggered, qApp, &QApplication::quit);
 
@@ -177,6 +187,7 @@ void MainWindow::build_menus() {
     QMenu* window = menuBar()->addMenu("Window");
     connect(window->addAction("Tile"), &QAction::triggered, mdi_, &QMdiArea::tileSubWindows);
     connect(window->addAction("Cascade"), &QAction::triggered, mdi_, &QMdiArea::cascadeSubWindows);
+    add_panel_layout_menu(*this, window->addMenu("Panel Layout"));
     window->addAction(console_dock_->toggleViewAction());
     QMenu* help = menuBar()->addMenu("Help");
     connect(help->addAction("About..."), &QAction::triggered, this, [this] { show_title_panel(0); });
@@ -290,6 +301,7 @@ int MainWindow::open_with(const std::string& path, int filetype, const PanelRead
     const int slot = open_data_file(*ws_, path, filetype, reader, *ui_);
     sync_windows();
     if (slot >= 0) rebuild_recent();
+    apply_mass_range_on_open(*this, slot);
     return slot;
 }
 

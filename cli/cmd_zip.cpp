@@ -9,6 +9,7 @@
 #include "formats/tulva_reader.hpp"
 #include "platform/safe_file.hpp"
 #include "platform/zip.hpp"
+#include "platform/zip_tree.hpp"
 
 namespace vx::cli {
 namespace {
@@ -17,6 +18,7 @@ namespace fs = std::filesystem;
 
 struct ZipOptions {
     std::vector<std::string> files;
+    std::string dir;
     bool keep = false;
     bool overwrite = false;
 };
@@ -26,8 +28,30 @@ struct UnzipOptions {
     std::string dir;
 };
 
+// Every .dat below a folder, breadth first; the sources go once their
+// archives read back.
+int run_zip_dir(Context& ctx, const ZipOptions& o) {
+    ZipTreeResult result;
+    const int rc = zip_tree(o.dir, o.keep, nullptr, nullptr, result, ctx.ui);
+    for (const auto& a : result.archives) std::cout << a << '\n';
+    if (rc < 0) return 1;
+    ctx.ui.MessagePopup("Complete", "File Compressed.");
+    return 0;
+}
+
 int run_zip(Context& ctx, const ZipOptions& o) {
     ctx.ui.default_confirm = o.overwrite;
+    if (!o.dir.empty() && !o.files.empty()) {
+        ctx.ui.MessagePopup("Error", "Cannot zip file!");
+        ctx.ui.Console("  (name files or --dir, not both)\n");
+        return 1;
+    }
+    if (!o.dir.empty()) return run_zip_dir(ctx, o);
+    if (o.files.empty()) {
+        ctx.ui.MessagePopup("Error", "Cannot zip file!");
+        ctx.ui.Console("  (no file named; give files or --dir DIR)\n");
+        return 1;
+    }
     // Everything is checked before the first archive is written: a missing
     // file, or one named twice (whatever the spelling), stops the command
     // before any source is removed.
@@ -95,7 +119,8 @@ int run_unzip(Context& ctx, const UnzipOptions& o) {
 CommandRegistration reg_zip([](CLI::App& app, Context& ctx) {
     auto o = std::make_shared<ZipOptions>();
     auto* sub = app.add_subcommand("zip", "Pack each file into FILE.Z beside it (the source is removed)");
-    sub->add_option("files", o->files, "Files to pack")->required();
+    sub->add_option("files", o->files, "Files to pack");
+    sub->add_option("--dir", o->dir, "Pack every .dat file below this folder, breadth first");
     sub->add_flag("--keep", o->keep, "Keep the source files");
     sub->add_flag("--overwrite", o->overwrite, "Replace an existing FILE.Z");
     sub->callback([&ctx, o] { ctx.exit_code = run_zip(ctx, *o); });

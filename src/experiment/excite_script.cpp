@@ -102,9 +102,14 @@ int read_script_text(const std::string& path, std::string& text, std::size_t max
     if (!regular_file_size(path)) return -1;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
     if (!f) return -1;
+    return read_script_text(f.get(), text, max_bytes);
+}
+
+int read_script_text(std::FILE* f, std::string& text, std::size_t max_bytes) {
+    text.clear();
     std::string line;
     while (text.size() < max_bytes) {
-        if (read_header_line(f.get(), line) < 0) return 1;
+        if (read_header_line(f, line) < 0) return 1;
         text += line;
         text += '\n';
         if (has(line, "Data:")) return 0;

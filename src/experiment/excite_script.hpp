@@ -6,6 +6,7 @@
 // and charges it to whatever the next kind line says.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -37,6 +38,8 @@ ExciteScript scan_excite_script(std::string_view text, bool hifreq_quirk, Ui* ui
 // max_bytes). Returns 0, 1 when the end came without a "Data:" line, or -1 when
 // the file cannot be read (no message).
 int read_script_text(const std::string& path, std::string& text, std::size_t max_bytes = 8u << 20);
+// The same over a file open at its start (a data file or an unpacked archive).
+int read_script_text(std::FILE* f, std::string& text, std::size_t max_bytes = 8u << 20);
 
 // The excite time in seconds, or -1.0 after "No Data Marker Found" when the
 // script has no "Data:" line. The five outputs (each may be null) are written

@@ -790,6 +790,8 @@ int read_frequency_v10(Workspace& ws, std::FILE* f, Spectrum& s, Ui& ui) {
 
 }  // namespace
 
+std::FILE* unpack_tulva_Z(const Workspace& ws, const std::string& path, Ui& ui) { return unpack_Z(ws, path, ui); }
+
 int read_header_line(std::FILE* f, std::string& line) {
     line.clear();
     int c;

@@ -30,6 +30,11 @@ int Get_Tulva_Data_SED2(Workspace& ws, const std::string& path, Spectrum& spectr
 // The opening road's reader for Tulva files: Get_Tulva_Data into the slot's record.
 int read_tulva_into_slot(Workspace& ws, const std::string& path, int slot, Ui& ui);
 
+// Unpacks a .Z archive into an unnamed file of the TEMP folder (nothing is
+// left behind however the read ends). Returns it positioned at its start, or
+// nullptr after the message.
+std::FILE* unpack_tulva_Z(const Workspace& ws, const std::string& path, Ui& ui);
+
 // A line reader over an open binary file, as the run-time's ReadLine: reads up
 // to LF, keeps at most 255 characters (the rest of the line is passed over),
 // drops a CR before the LF. Returns the kept length, or -1 at the end of the file.
