@@ -738,6 +738,53 @@ void AddToCalTable(CalibrationPanel& panel, const Spectrum& spectrum, int peak_i
     panel.CalPoints = static_cast<int>(panel.rows.size());
 }
 
+int add_calibrants_to_table(CalibrationPanel& panel, Spectrum& spectrum, std::span<const int> peaks,
+                            std::span<const double> masses, bool clear) {
+    if (clear) {
+        panel.rows.clear();
+        for (Peak& p : spectrum.peaks) {
+            p.iscalibrant = 0;
+            p.calmass = -1.0;
+            p.calibrantrow = -1;
+        }
+    }
+    const bool was_empty = panel.rows.empty();
+    int added = 0;
+    for (std::size_t k = 0; k < peaks.size() && k < masses.size(); ++k) {
+        const int i = peaks[k];
+        const double m = masses[k];
+        if (i < 0 || static_cast<std::size_t>(i) >= spectrum.peaks.size() || !(m > 0.0)) continue;
+        if (std::any_of(panel.rows.begin(), panel.rows.end(), [&](const CalTableRow& r) { return r.number == i + 1; }))
+            continue;
+        Peak& p = spectrum.peaks[static_cast<std::size_t>(i)];
+        CalTableRow r;
+        r.number = i + 1;
+        r.frequency = p.frequency;
+        r.theoretical = m;
+        r.measured = p.mass;
+        r.error = (p.mass - m) / m * 1000000.0;
+        r.abundance = p.abundance;
+        r.relabundance = p.relabundance;
+        r.sn = p.sn;
+        p.iscalibrant = 1;
+        p.calmass = m;
+        p.calibrantrow = static_cast<std::int32_t>(panel.rows.size());
+        panel.rows.push_back(r);
+        ++added;
+    }
+    if (was_empty && !panel.rows.empty()) {
+        // A new table starts from the spectrum's own law, as a filled table does.
+        panel.CurrentTheoretical = panel.rows.front().theoretical;
+        panel.active_row = 0;
+        panel.CalA = spectrum.Aterm;
+        panel.CalB = spectrum.Bterm;
+        panel.MagneticField = panel.CalA * FIELD_PER_ATERM;
+        panel.TrapPlates = spectrum.Trapvoltage;
+    }
+    panel.CalPoints = static_cast<int>(panel.rows.size());
+    return added;
+}
+
 void set_magnetic_field(CalibrationPanel& panel, double tesla) {
     panel.MagneticField = tesla;
     panel.CalA = tesla / FIELD_PER_ATERM;
