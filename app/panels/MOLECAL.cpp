@@ -13,6 +13,7 @@
 #include "composition/formula_preferences.hpp"
 #include "formula_settings_form.hpp"
 #include "main_window.hpp"
+#include "qt_ui.hpp"
 
 namespace vx {
 
