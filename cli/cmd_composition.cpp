@@ -8,6 +8,7 @@
 #include <cctype>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -208,11 +209,53 @@ int write_text(Context& ctx, const std::string& path, const std::string& text, c
 
 // ---------------------------------------------------------------- kendrick
 
+// The SaveKendrick text export of kendrick and assign (--save).
+struct SaveOptions {
+    std::string path;
+    std::string kind = "rel";  // rel, cal, abs
+    int decimals = 7;
+};
+
+void add_save_options(CLI::App* sub, SaveOptions& o) {
+    sub->add_option("--save", o.path, "Write the Kendrick table text export here (the desktop's \"Print Peaks To File\")");
+    sub->add_option("--save-kind", o.kind,
+                    "Form of --save: rel (relative abundance, default), cal (calibrants, frequency, S/N, theoretical "
+                    "mass, error), abs (absolute abundance)");
+    sub->add_option("--decimals", o.decimals, "m/z decimals of --save (default 7)");
+}
+
+// Writes the export when asked; 0, or -1 after a message.
+int save_kendrick(Context& ctx, const SaveOptions& o, const Spectrum& s, const KendrickTables& t,
+                  std::optional<bool> negative, const std::string& source) {
+    if (o.path.empty()) return 0;
+    KendrickSaveOptions so;
+    if (o.kind == "rel") so.kind = KendrickSaveKind::RelativeAbundance;
+    else if (o.kind == "cal") so.kind = KendrickSaveKind::Calibrants;
+    else if (o.kind == "abs") so.kind = KendrickSaveKind::AbsoluteAbundance;
+    else {
+        ctx.ui.MessagePopup("Operator Error", fmt::format("--save-kind is rel, cal or abs, not \"{}\".", o.kind));
+        return -1;
+    }
+    if (o.decimals < 0 || o.decimals > 15) {
+        ctx.ui.MessagePopup("Operator Error", fmt::format("--decimals is 0 to 15, not {}.", o.decimals));
+        return -1;
+    }
+    so.decimals = o.decimals;
+    so.negative = negative;
+    if (same_file(o.path, source)) {
+        ctx.ui.MessagePopup("File Error", fmt::format("{} is the input; the result is not written over it.", o.path));
+        return -1;
+    }
+    return SaveKendrick(o.path, s, t, so, ctx.ui);
+}
+
 struct KendrickCliOptions {
     std::string file;
     std::string base = "CH2";
     double ppm = 1.0;
     std::string out;
+    std::string mode;  // only for the ion-mode line of --save
+    SaveOptions save;
     bool json = false;
 };
 
@@ -227,6 +270,16 @@ int run_kendrick(Context& ctx, const KendrickCliOptions& o) {
     if (KendrickCalculate(s, ko, t, ctx.ui) < 0) return 1;
     const std::string csv = kendrick_csv_text(s, t);
     if (!o.out.empty() && write_text(ctx, o.out, csv, o.file) < 0) return 1;
+    std::optional<bool> negative;
+    if (!o.mode.empty()) {
+        const auto m = parse_charge_mode(o.mode);
+        if (!m) {
+            ctx.ui.MessagePopup("Operator Error", fmt::format("The charge mode is pos, neu or neg, not \"{}\".", o.mode));
+            return 1;
+        }
+        negative = *m == ChargeMode::NEG;
+    }
+    if (save_kendrick(ctx, o.save, s, t, negative, o.file) < 0) return 1;
     if (o.json) {
         nlohmann::ordered_json j;
         j["file"] = o.file;
@@ -250,12 +303,14 @@ int run_kendrick(Context& ctx, const KendrickCliOptions& o) {
                               {"highest_abundance", r.highest}});
         }
         j["series"] = series;
+        if (!o.save.path.empty()) j["saved"] = o.save.path;
         std::cout << j.dump(2) << '\n';
-    } else if (o.out.empty()) {
+    } else if (o.out.empty() && o.save.path.empty()) {
         std::cout << csv;
     } else {
         std::cout << fmt::format("{}: {} odd and {} even peaks in {} and {} series; written to {}\n", o.file,
-                                 s.unassigned.size(), s.assigned.size(), t.odd_series, t.even_series, o.out);
+                                 s.unassigned.size(), s.assigned.size(), t.odd_series, t.even_series,
+                                 o.out.empty() ? o.save.path : o.save.path.empty() ? o.out : o.out + " and " + o.save.path);
     }
     return 0;
 }
@@ -272,6 +327,7 @@ struct AssignCliOptions {
     bool test_peak_score = false;
     bool topdown = false;        // isotope rules inside the assign pass
     std::string isotope_table;   // CSV of the isotope flags
+    SaveOptions save;
 };
 
 int run_assign(Context& ctx, const AssignCliOptions& o) {
@@ -292,10 +348,12 @@ int run_assign(Context& ctx, const AssignCliOptions& o) {
     KendrickOptions ko;
     ko.ppm = o.series_ppm;
     AssignSummary sum;
-    if (assign_peak_list(s, ko, st, o.repair, ctx.ui, &sum) < 0) return 1;
+    KendrickTables tables;
+    if (assign_peak_list(s, ko, st, o.repair, ctx.ui, &sum, &tables) < 0) return 1;
     const std::string csv = assignment_csv_text(s, st);
     if (!o.out.empty() && write_text(ctx, o.out, csv, o.file) < 0) return 1;
     if (!o.isotope_table.empty() && write_text(ctx, o.isotope_table, isotope_flags_csv(s, &st), o.file) < 0) return 1;
+    if (save_kendrick(ctx, o.save, s, tables, st.mode == ChargeMode::NEG, o.file) < 0) return 1;
     if (o.search.json) {
         nlohmann::ordered_json j;
         j["file"] = o.file;
@@ -311,15 +369,16 @@ int run_assign(Context& ctx, const AssignCliOptions& o) {
         j["rms_error_ppm"] = sum.errors.rms;
         j["largest_error_ppm"] = sum.errors.largest;
         if (!o.out.empty()) j["output"] = o.out;
+        if (!o.save.path.empty()) j["saved"] = o.save.path;
         std::cout << j.dump(2) << '\n';
-    } else if (o.out.empty()) {
+    } else if (o.out.empty() && o.save.path.empty()) {
         std::cout << csv;
     } else {
         std::cout << fmt::format(
             "{}: {} of {} peaks assigned ({:.1f} % of abundance, {:.1f} % in series), {} series, RMS error {:.4f} ppm, "
             "largest {:.4f} ppm; written to {}\n",
             o.file, sum.assigned, sum.peaks, sum.percent_assigned, sum.percent_in_series, sum.series, sum.errors.rms,
-            sum.errors.largest, o.out);
+            sum.errors.largest, o.out.empty() ? o.save.path : o.save.path.empty() ? o.out : o.out + " and " + o.save.path);
     }
     return 0;
 }
@@ -402,6 +461,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
         sub->add_option("--base", o->base, "Repeat unit (default CH2)");
         sub->add_option("--ppm", o->ppm, "Window of the series walk in ppm (default 1)");
         sub->add_option("-o,--output", o->out, "Write the series table (CSV) here");
+        add_save_options(sub, o->save);
+        sub->add_option("--mode", o->mode, "Ion mode line of --save: pos or neg (default: the sign of the trap voltage)");
         sub->add_flag("--json", o->json, "Print the series as JSON");
         sub->callback([&ctx, o] { ctx.exit_code = run_kendrick(ctx, *o); });
     }
@@ -422,6 +483,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
         sub->add_flag("--topdown", o->topdown,
                       "Isotope rules per series: 13C, 2x13C, 34S and 34S+13C peaks get their parent's formula");
         sub->add_option("--isotope-table", o->isotope_table, "Write the isotope flags of every peak (CSV) here");
+        add_save_options(sub, o->save);
         sub->callback([&ctx, o] { ctx.exit_code = run_assign(ctx, *o); });
     }
 });

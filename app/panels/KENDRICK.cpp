@@ -1,11 +1,15 @@
 #include "KENDRICK.hpp"
 
+#include <QAction>
 #include <QFileDialog>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QInputDialog>
+#include <QMenu>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QSplitter>
 #include <QTableView>
 #include <QVBoxLayout>
@@ -14,6 +18,8 @@
 #include <cmath>
 #include <limits>
 
+#include "CALIBRATE.hpp"
+#include "MOLECALUNO.hpp"
 #include "main_window.hpp"
 #include "platform/safe_file.hpp"
 #include "qt_ui.hpp"
@@ -75,6 +81,24 @@ KendrickPanel::KendrickPanel(MainWindow* main) : QDialog(main), main_(main) {
     auto* save = new QPushButton("Save...");
     bar->addWidget(save);
     top->addLayout(bar);
+    auto* tools = new QHBoxLayout;
+    auto* formula = new QPushButton("Formula...");
+    auto* fix = new QPushButton("Fix No Hits");
+    auto* fix_auto = new QPushButton("Repair No Hits");
+    tools->addWidget(formula);
+    tools->addWidget(new QLabel("Series of at least"));
+    min_members_ = new QSpinBox;
+    min_members_->setRange(1, 1000);
+    min_members_->setValue(2);
+    tools->addWidget(min_members_);
+    tools->addWidget(fix);
+    tools->addWidget(fix_auto);
+    auto* add_cal = new QPushButton("Add Series to Calibration");
+    auto* recal = new QPushButton("Recalibrate with Series");
+    tools->addWidget(add_cal);
+    tools->addWidget(recal);
+    tools->addStretch(1);
+    top->addLayout(tools);
     auto* split = new QSplitter(Qt::Vertical);
     plot_ = new QCustomPlot;
     plot_->xAxis->setLabel("Nominal Kendrick mass");
@@ -108,10 +132,29 @@ KendrickPanel::KendrickPanel(MainWindow* main) : QDialog(main), main_(main) {
     connect(calc, &QPushButton::clicked, this, [this] { calculate(); });
     connect(next, &QPushButton::clicked, this, [this] { find_next(); });
     connect(search_, &QLineEdit::textEdited, this, [this] { last_hit_ = -1; });
-    connect(save, &QPushButton::clicked, this, [this] {
-        const QString path = QFileDialog::getSaveFileName(this, "Print Peaks To File", {}, "*.csv");
+    auto* save_menu = new QMenu(save);
+    const std::pair<const char*, KendrickSaveKind> kinds[] = {{"Relative abundance", KendrickSaveKind::RelativeAbundance},
+                                                              {"With calibrants", KendrickSaveKind::Calibrants},
+                                                              {"Absolute abundance", KendrickSaveKind::AbsoluteAbundance}};
+    for (const auto& [label, kind] : kinds)
+        connect(save_menu->addAction(label), &QAction::triggered, this, [this, kind = kind] {
+            const QString path = QFileDialog::getSaveFileName(this, "Print Peaks To File", {}, "*.csv");
+            if (!path.isEmpty()) save_text(path.toStdString(), kind);
+        });
+    connect(save_menu->addAction("Assignment table (CSV)"), &QAction::triggered, this, [this] {
+        const QString path = QFileDialog::getSaveFileName(this, "Export Assignment Table", {}, "*.csv");
         if (!path.isEmpty()) this->save(path.toStdString());
     });
+    save->setMenu(save_menu);
+    connect(formula, &QPushButton::clicked, this, [this] { check_formula(selected_row()); });
+    connect(fix, &QPushButton::clicked, this, [this] {
+        fixing_ = true;
+        fix_next_no_hit();
+    });
+    connect(fix_auto, &QPushButton::clicked, this, [this] { fix_no_hits_auto(); });
+    connect(add_cal, &QPushButton::clicked, this, [this] { add_series_to_calibration(false); });
+    connect(recal, &QPushButton::clicked, this, [this] { add_series_to_calibration(true); });
+    connect(table_, &QTableView::doubleClicked, this, [this](const QModelIndex& i) { check_formula(i.row()); });
     connect(plot_, &QCustomPlot::mousePress, this, &KendrickPanel::on_click);
     connect(table_, &QTableView::clicked, this, [this](const QModelIndex& i) { select_row(i.row()); });
 }
@@ -120,13 +163,17 @@ int KendrickPanel::calculate() {
     KendrickOptions o;
     o.base = base_->text().trimmed().toStdString();
     const int rc = KendrickCommand(main_->workspace(), o, tables_, main_->ui());
-    if (rc == 0) slot_ = main_->workspace().active_panel;
+    if (rc == 0) {
+        slot_ = main_->workspace().active_panel;
+        assigned_ = false;  // the arrays are new and carry no formulas
+    }
     refresh();
     return rc;
 }
 
 int KendrickPanel::assign(const FormulaSettings& settings, int repair_minimum, AssignSummary* summary) {
     settings_ = settings;
+    assigned_ = true;
     KendrickOptions o;  // formulas are carried along CH2 series
     const int rc = calc_form(main_->workspace(), tables_, o, settings, repair_minimum, main_->ui(), summary);
     if (rc == 0) slot_ = main_->workspace().active_panel;
@@ -211,6 +258,91 @@ int KendrickPanel::save(const std::string& path) {
         return -1;
     }
     return 0;
+}
+
+Spectrum* KendrickPanel::spectrum() {
+    Workspace& ws = main_->workspace();
+    if (slot_ < 0 || slot_ >= MAX_PANELS || !ws.panels[static_cast<std::size_t>(slot_)].active) return nullptr;
+    return &ws.panels[static_cast<std::size_t>(slot_)].spectrum;
+}
+
+int KendrickPanel::selected_row() const {
+    const QModelIndex i = table_->currentIndex();
+    return i.isValid() ? i.row() : -1;
+}
+
+int KendrickPanel::save_text(const std::string& path, KendrickSaveKind kind) {
+    Spectrum* s = spectrum();
+    if (!s) {
+        main_->ui().MessagePopup("Kendrick Analysis", "There is nothing to save: calculate the series first.");
+        return -1;
+    }
+    KendrickSaveOptions o;
+    o.kind = kind;
+    o.decimals = main_->workspace().settings.PEAKMZ;
+    if (assigned_) o.negative = settings_.mode == ChargeMode::NEG;
+    return SaveKendrick(path, *s, tables_, o, main_->ui());
+}
+
+void KendrickPanel::check_formula(int row) {
+    SingleCalcTarget t;
+    if (CheckFormula(model_->rows(), row, t) < 0) {
+        main_->ui().MessagePopup("Kendrick Analysis", "Select a peak of the table first.");
+        return;
+    }
+    select_row(row);
+    MolecalunoPanel* calc = open_molecaluno(main_);
+    calc->open_on_peak(t);
+}
+
+bool KendrickPanel::fix_next_no_hit() {
+    const int row = FindNoHitSeries(model_->rows(), selected_row() + 1, min_members_->value());
+    if (row < 0) {
+        fixing_ = false;
+        main_->ui().MessagePopup("Kendrick Analysis", "No series without a formula is left.");
+        return false;
+    }
+    SingleCalcTarget t;
+    CheckFormula(model_->rows(), row, t);
+    t.op_index = 0;
+    select_row(row);
+    open_molecaluno(main_)->open_on_peak(t);
+    return true;
+}
+
+int KendrickPanel::fix_no_hits_auto() {
+    Spectrum* s = spectrum();
+    if (!s) {
+        main_->ui().MessagePopup("Kendrick Analysis", "There is nothing to repair: calculate the series first.");
+        return -1;
+    }
+    FormulaSettings st = assigned_ ? settings_ : molecaluno_defaults();
+    if (auto* calc = main_->findChild<MolecalunoPanel*>("MOLECALUNO")) st = calc->settings();
+    const int n = fix_no_hit_series(*s, tables_, st, min_members_->value(), main_->ui());
+    refresh();
+    if (n >= 0) info_->setText(QString("%1 series repaired").arg(n));
+    return n;
+}
+
+void KendrickPanel::picked() {
+    const int keep = selected_row();
+    refresh();
+    if (keep >= 0) select_row(keep);
+    if (fixing_) fix_next_no_hit();
+}
+
+int KendrickPanel::add_series_to_calibration(bool recal) {
+    Spectrum* s = spectrum();
+    if (!s) {
+        main_->ui().MessagePopup("Kendrick Analysis", "There is no series to calibrate with: calculate the series first.");
+        return -1;
+    }
+    show_calibrate_panel(main_);
+    auto* cal = main_->findChild<CalibrateDialog*>();
+    if (!cal) return -1;
+    const int n = AddKendrickSeries(*s, model_->rows(), selected_row(), cal->panel(), recal, main_->ui());
+    cal->show_for_active();
+    return n;
 }
 
 KendrickPanel* open_kendrick(MainWindow* main) {

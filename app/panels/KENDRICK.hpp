@@ -10,6 +10,7 @@
 #include "composition/commands.hpp"
 
 class QCustomPlot;
+class QSpinBox;
 class QLabel;
 class QLineEdit;
 class QTableView;
@@ -46,10 +47,30 @@ public:
     void select_row(int row);
     // Writes the assignment table (CSV); 0 or -1 after a message.
     int save(const std::string& path);
+    // SaveKendrick, "Print Peaks To File": the text export; 0 or -1.
+    int save_text(const std::string& path, KendrickSaveKind kind);
     const KendrickRowModel& model() const { return *model_; }
+    // The record the arrays belong to, or null when its slot has closed.
+    Spectrum* spectrum();
+    // Rows and plot again from the arrays.
+    void refresh();
+    // CheckFormulaCallback: the single-mass calculator on the row's peak.
+    void check_formula(int row);
+    // FixNoHitManualCallback: the next series of at least the minimum members
+    // without a formula, after the selected row, selected and opened in the
+    // calculator; false when none is left (the loop ends).
+    bool fix_next_no_hit();
+    // FixNoHitAutoCallback: every such series searched again and given the
+    // lowest-score candidate. The number repaired, or -1.
+    int fix_no_hits_auto();
+    // A pick of the calculator was applied: redraw and, inside the manual
+    // loop, go on to the next series.
+    void picked();
+    // AddKendrickSeries_callback / RecalKendrick_callback on the selected row.
+    int add_series_to_calibration(bool recal);
+    int selected_row() const;
 
 private:
-    void refresh();
     void on_click(QMouseEvent* e);
     void find_next();
     MainWindow* main_;
@@ -59,7 +80,10 @@ private:
     QLabel* info_;
     QLineEdit* search_;
     QLineEdit* base_;
+    QSpinBox* min_members_;
     int last_hit_ = -1;
+    bool fixing_ = false;   // inside the manual no-hit loop
+    bool assigned_ = false; // settings_ are those of an assignment
     KendrickTables tables_;
     FormulaSettings settings_;
     int slot_ = -1;  // slot the arrays belong to

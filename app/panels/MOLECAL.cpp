@@ -10,8 +10,10 @@
 #include <QVBoxLayout>
 
 #include "KENDRICK.hpp"
+#include "composition/formula_preferences.hpp"
 #include "formula_settings_form.hpp"
 #include "main_window.hpp"
+#include "qt_ui.hpp"
 
 namespace vx {
 
@@ -20,7 +22,8 @@ MolecalPanel::MolecalPanel(MainWindow* main) : QDialog(main), main_(main) {
     setWindowTitle("Formula Calculator (Kendrick series)");
     auto* top = new QVBoxLayout(this);
     form_ = new FormulaSettingsForm;
-    FormulaSettings s = molecal_defaults();
+    // batchformulacal_callback: no preferences, the mode of the data set.
+    FormulaSettings s = batchformulacal_open(active_spectrum());
     s.series_fit = true;
     form_->set(s);
     top->addWidget(form_);
@@ -40,6 +43,9 @@ MolecalPanel::MolecalPanel(MainWindow* main) : QDialog(main), main_(main) {
     more->addRow(topdown_);
     more->addRow(series_fit_);
     more->addRow(ignore_overs_);
+    save_elements_ = new QCheckBox("Save settings as preferences");
+    more->addRow(save_elements_);
+    connect(form_, &FormulaSettingsForm::mode_clicked, this, [this](ChargeMode m) { mode_clicked(m); });
     top->addLayout(more);
     auto* calc = new QPushButton("Calculate");
     top->addWidget(calc);
@@ -48,8 +54,24 @@ MolecalPanel::MolecalPanel(MainWindow* main) : QDialog(main), main_(main) {
     connect(calc, &QPushButton::clicked, this, [this] { calculate(); });
 }
 
+Spectrum* MolecalPanel::active_spectrum() const {
+    Workspace& ws = main_->workspace();
+    if (ws.active_panel < 0 || ws.active_panel >= MAX_PANELS) return nullptr;
+    AnalysisPanel& p = ws.panels[static_cast<std::size_t>(ws.active_panel)];
+    return p.active ? &p.spectrum : nullptr;
+}
+
+int MolecalPanel::mode_clicked(ChargeMode mode) {
+    FormulaSettings s = form_->settings();
+    const int flipped = set_charge(mode, s, &main_->workspace().settings.formula_prefs[0], active_spectrum(), main_->ui());
+    form_->set_mode(s.mode);
+    return flipped;
+}
+
 int MolecalPanel::calculate() {
     FormulaSettings s = form_->settings();
+    // calc_form: the settings go to the preferences first when asked.
+    if (save_elements_->isChecked()) SetElementsPreferences(&s, Calculator::MOLECAL, main_->workspace().settings);
     s.ASSIGN_SN = assign_sn_->value();
     s.TOPDOWN = topdown_->isChecked();
     s.series_fit = series_fit_->isChecked();

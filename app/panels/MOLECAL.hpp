@@ -5,6 +5,9 @@
 
 #include <QDialog>
 
+#include "composition/formula.hpp"
+#include "workspace/spectrum.hpp"
+
 class QCheckBox;
 class QDoubleSpinBox;
 class QLabel;
@@ -21,12 +24,16 @@ public:
     explicit MolecalPanel(MainWindow* main);
     // "Calculate": 0 or -1 after a message.
     int calculate();
+    // The charge-mode click (set_charge, with the panel's preference page):
+    // 1 when the data set's polarity was flipped.
+    int mode_clicked(ChargeMode mode);
 
 private:
+    Spectrum* active_spectrum() const;
     MainWindow* main_;
     FormulaSettingsForm* form_;
     QDoubleSpinBox* assign_sn_;
-    QCheckBox *topdown_, *series_fit_, *ignore_overs_;
+    QCheckBox *topdown_, *series_fit_, *ignore_overs_, *save_elements_;
     QSpinBox* repair_;
     QLabel* result_;
 };

@@ -1,5 +1,7 @@
 #include "MOLECALUNO.hpp"
 
+#include <QCheckBox>
+#include <QCloseEvent>
 #include <QDoubleSpinBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -9,7 +11,9 @@
 #include <QVBoxLayout>
 
 #include "composition/assign.hpp"
+#include "KENDRICK.hpp"
 #include "composition/commands.hpp"
+#include "composition/formula_preferences.hpp"
 #include "formula_settings_form.hpp"
 #include "main_window.hpp"
 #include "qt_ui.hpp"
@@ -56,8 +60,12 @@ MolecalunoPanel::MolecalunoPanel(MainWindow* main) : QDialog(main), main_(main) 
     setWindowTitle("Formula Calculator");
     auto* top = new QVBoxLayout(this);
     form_ = new FormulaSettingsForm;
-    form_->set(molecaluno_defaults());
+    // formulacal_callback: the preference page, then the data set's polarity.
+    form_->set(formulacal_open(main_->workspace().settings, active_spectrum()));
     top->addWidget(form_);
+    save_elements_ = new QCheckBox("Save settings as preferences");
+    top->addWidget(save_elements_);
+    connect(form_, &FormulaSettingsForm::mode_clicked, this, [this](ChargeMode m) { mode_clicked(m); });
     auto* row = new QHBoxLayout;
     row->addWidget(new QLabel("m/z"));
     mz_ = new QDoubleSpinBox;
@@ -76,12 +84,96 @@ MolecalunoPanel::MolecalunoPanel(MainWindow* main) : QDialog(main), main_(main) 
     table_->horizontalHeader()->setStretchLastSection(true);
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     top->addWidget(table_, 1);
+    auto* picks = new QHBoxLayout;
+    update_ = new QPushButton("Update Kendrick");
+    no_hit_ = new QPushButton("Assign No Hit");
+    picks->addWidget(update_);
+    picks->addWidget(no_hit_);
+    picks->addStretch(1);
+    top->addLayout(picks);
+    update_->hide();
+    no_hit_->hide();
     connect(calc, &QPushButton::clicked, this, [this] { calculate(); });
+    connect(update_, &QPushButton::clicked, this, [this] {
+        const QModelIndex i = table_->currentIndex();
+        update_kendrick(i.isValid() ? i.row() : -1);
+    });
+    connect(no_hit_, &QPushButton::clicked, this, [this] { assign_no_hit(); });
+}
+
+Spectrum* MolecalunoPanel::active_spectrum() const {
+    Workspace& ws = main_->workspace();
+    if (ws.active_panel < 0 || ws.active_panel >= MAX_PANELS) return nullptr;
+    AnalysisPanel& p = ws.panels[static_cast<std::size_t>(ws.active_panel)];
+    return p.active ? &p.spectrum : nullptr;
+}
+
+const FormulaSettings MolecalunoPanel::settings() const { return form_->settings(); }
+
+int MolecalunoPanel::mode_clicked(ChargeMode mode) {
+    FormulaSettings s = form_->settings();
+    // set_charge2: the panel's own buttons only; its page is written when
+    // the settings are saved.
+    const int flipped = set_charge(mode, s, nullptr, active_spectrum(), main_->ui());
+    form_->set_mode(s.mode);
+    return flipped;
+}
+
+void MolecalunoPanel::save_preferences() {
+    const FormulaSettings s = form_->settings();
+    SetElementsPreferences(&s, Calculator::MOLECALUNO, main_->workspace().settings);
+}
+
+void MolecalunoPanel::closeEvent(QCloseEvent* event) {
+    // Close_calc_form_single: the settings are kept when asked, and the
+    // Kendrick view shows what the picks changed.
+    if (save_elements_->isChecked()) save_preferences();
+    if (on_peak_)
+        if (auto* view = main_->findChild<KendrickPanel*>("KENDRICK")) view->refresh();
+    QDialog::closeEvent(event);
 }
 
 void MolecalunoPanel::set_mz(double mz) { mz_->setValue(mz); }
 
+void MolecalunoPanel::open_on_peak(const SingleCalcTarget& target) {
+    target_ = target;
+    on_peak_ = true;
+    set_mz(target.mz);
+    setWindowTitle(QString("Formula Calculator - m/z %1 (%2 array)").arg(target.mz, 0, 'f', 6).arg(target.oddeven ? "odd" : "even"));
+    update_->show();
+    no_hit_->show();
+    calculate();
+}
+
+int MolecalunoPanel::update_kendrick(int row) {
+    const auto& hits = model_->hits();
+    if (!on_peak_) return -1;
+    Spectrum* s = nullptr;
+    if (auto* view = main_->findChild<KendrickPanel*>("KENDRICK")) s = view->spectrum();
+    if (!s) {
+        main_->ui().MessagePopup("Kendrick Analysis", "The Kendrick table of this peak is no longer open.");
+        return -1;
+    }
+    const int running = row >= 0 && row < static_cast<int>(hits.size()) ? hits[static_cast<std::size_t>(row)].running : -1;
+    const int n = vx::update_kendrick(*s, target_, running, form_->settings(), main_->ui());
+    if (n >= 0)
+        if (auto* view = main_->findChild<KendrickPanel*>("KENDRICK")) view->picked();
+    return n;
+}
+
+int MolecalunoPanel::assign_no_hit() {
+    if (!on_peak_) return -1;
+    Spectrum* s = nullptr;
+    if (auto* view = main_->findChild<KendrickPanel*>("KENDRICK")) s = view->spectrum();
+    if (!s) return -1;
+    const int rc = nohit_kendrick(*s, target_, form_->settings(), main_->ui());
+    if (rc == 0)
+        if (auto* view = main_->findChild<KendrickPanel*>("KENDRICK")) view->picked();
+    return rc;
+}
+
 int MolecalunoPanel::calculate() {
+    if (save_elements_->isChecked()) save_preferences();
     const FormulaSettings s = form_->settings();
     SingleSearchResult r;
     const int n = calc_form_single(mz_->value(), s, r, main_->ui());

@@ -93,7 +93,17 @@ FormulaSettingsForm::FormulaSettingsForm(QWidget* parent) : QWidget(parent) {
     sg->addWidget(multi_, 3, 2);
     sg->addWidget(sort_, 4, 2);
     top->addWidget(search);
+    connect(pos_, &QRadioButton::clicked, this, [this] { emit mode_clicked(ChargeMode::POS); });
+    connect(neu_, &QRadioButton::clicked, this, [this] { emit mode_clicked(ChargeMode::NEU); });
+    connect(neg_, &QRadioButton::clicked, this, [this] { emit mode_clicked(ChargeMode::NEG); });
     set(molecaluno_defaults());
+}
+
+void FormulaSettingsForm::set_mode(ChargeMode mode) {
+    base_.mode = mode;
+    pos_->setChecked(mode == ChargeMode::POS);
+    neu_->setChecked(mode == ChargeMode::NEU);
+    neg_->setChecked(mode == ChargeMode::NEG);
 }
 
 void FormulaSettingsForm::set(const FormulaSettings& s) {

@@ -22,6 +22,12 @@ public:
     // table when a slot names a known element or isotope and has no mass).
     void set(const FormulaSettings& s);
     FormulaSettings settings() const;
+    // Only this mode's button on (after the polarity question of a click).
+    void set_mode(ChargeMode mode);
+
+signals:
+    // A charge-mode button was clicked by the user.
+    void mode_clicked(ChargeMode mode);
 
 private:
     QSpinBox* min_[6] = {};

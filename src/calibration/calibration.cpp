@@ -1,4 +1,5 @@
 #include "calibration/calibration.hpp"
+#include "calibration/quick_cal.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -736,6 +737,31 @@ void AddToCalTable(CalibrationPanel& panel, const Spectrum& spectrum, int peak_i
     r.sn = p.sn;
     panel.rows.push_back(r);
     panel.CalPoints = static_cast<int>(panel.rows.size());
+}
+
+int add_calibrants_to_table(CalibrationPanel& panel, Spectrum& spectrum, std::span<const int> peaks,
+                            std::span<const double> masses, bool clear) {
+    if (clear) {
+        panel.rows.clear();
+        for (Peak& p : spectrum.peaks) {
+            p.iscalibrant = 0;
+            p.calmass = -1.0;
+            p.calibrantrow = -1;
+        }
+    }
+    // A series hands over whatever it has: members outside the list, without a
+    // mass or already in the table are passed over rather than refused.
+    std::vector<CalibrantPick> picks;
+    for (std::size_t k = 0; k < peaks.size() && k < masses.size(); ++k) {
+        const int i = peaks[k];
+        if (i < 0 || static_cast<std::size_t>(i) >= spectrum.peaks.size() || !(masses[k] > 0.0)) continue;
+        const auto in_table = [&](const CalTableRow& r) { return r.number == i + 1; };
+        if (std::any_of(panel.rows.begin(), panel.rows.end(), in_table)) continue;
+        if (std::any_of(picks.begin(), picks.end(), [&](const CalibrantPick& q) { return q.peak == i; })) continue;
+        picks.push_back({i, masses[k]});
+    }
+    RecordingUi quiet;
+    return add_calibrants_to_table(panel, spectrum, std::span<const CalibrantPick>(picks), quiet);
 }
 
 void set_magnetic_field(CalibrationPanel& panel, double tesla) {

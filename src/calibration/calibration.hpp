@@ -186,6 +186,15 @@ int ABRecalculate(const Spectrum& spectrum, Ui& ui);
 void AddToCalTable(CalibrationPanel& panel, const Spectrum& spectrum, int peak_index, const WalkingRegion& region,
                    double base);
 
+// Calibrants of known mass into the table (a Kendrick series whose formulas
+// give each member's theoretical mass): with clear, the table is emptied and
+// every peak unmarked first. Each peak (0-based index) gets a row with its
+// mass as the theoretical value and its measured error, and is marked as a
+// calibrant; a peak already in the table, an index outside the list or a mass
+// of 0 or less is passed over. Returns the number of rows added.
+int add_calibrants_to_table(CalibrationPanel& panel, Spectrum& spectrum, std::span<const int> peaks,
+                            std::span<const double> masses, bool clear);
+
 // Panel controls that act on their own.
 void set_magnetic_field(CalibrationPanel& panel, double tesla);
 void set_cal_a(CalibrationPanel& panel, double A);

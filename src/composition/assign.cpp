@@ -170,7 +170,7 @@ std::string assignment_csv_text(const Spectrum& s, const FormulaSettings& settin
 }
 
 int assign_peak_list(Spectrum& spectrum, const KendrickOptions& kendrick, const FormulaSettings& settings,
-                     int repair_minimum, Ui& ui, AssignSummary* summary) {
+                     int repair_minimum, Ui& ui, AssignSummary* summary, KendrickTables* tables_out) {
     if (check_formula_settings(settings, ui) < 0) return -1;
     KendrickTables tables;
     if (KendrickCalculate(spectrum, kendrick, tables, ui) < 0) return -1;
@@ -190,6 +190,7 @@ int assign_peak_list(Spectrum& spectrum, const KendrickOptions& kendrick, const 
         s.assigned = s.errors.assigned;
         s.percent_assigned = Calculate_Percent_Assigned(spectrum, &s.percent_in_series);
     }
+    if (tables_out) *tables_out = std::move(tables);
     return 0;
 }
 

@@ -60,6 +60,6 @@ struct AssignSummary {
     ErrorSummary errors;
 };
 int assign_peak_list(Spectrum& spectrum, const KendrickOptions& kendrick, const FormulaSettings& settings,
-                     int repair_minimum, Ui& ui, AssignSummary* summary);
+                     int repair_minimum, Ui& ui, AssignSummary* summary, KendrickTables* tables_out = nullptr);
 
 }  // namespace vx

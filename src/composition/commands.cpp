@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 
 #include <fmt/format.h>
 
+#include "calibration/calibration.hpp"
 #include "platform/ui.hpp"
 
 namespace vx {
@@ -107,6 +109,100 @@ int k_search(const std::vector<KendrickRow>& rows, const std::string& needle, in
         if (text.find(n) != std::string::npos) return i;
     }
     return -1;
+}
+
+namespace {
+
+// The record behind a target, checked against the m/z it was opened with so
+// that a recalculated view never receives another peak's pick.
+HitRecord* target_record(Spectrum& s, const SingleCalcTarget& t) {
+    auto& a = t.oddeven ? s.unassigned : s.assigned;
+    if (t.index < 0 || t.index >= static_cast<int>(a.size())) return nullptr;
+    HitRecord& h = a[static_cast<std::size_t>(t.index)];
+    return std::fabs(h.mass - t.mz) <= 0.0000001 ? &h : nullptr;
+}
+
+constexpr const char* kStale = "The Kendrick table has changed since the calculator was opened on this peak; open it again from the table.";
+
+}  // namespace
+
+int CheckFormula(const std::vector<KendrickRow>& rows, int row, SingleCalcTarget& target) {
+    if (row < 0 || row >= static_cast<int>(rows.size())) return -1;
+    const KendrickRow& r = rows[static_cast<std::size_t>(row)];
+    target = SingleCalcTarget{};
+    target.mz = r.mz;
+    target.oddeven = r.odd;
+    target.index = r.index;
+    return 0;
+}
+
+int update_kendrick(Spectrum& s, const SingleCalcTarget& t, int running, const FormulaSettings& settings, Ui& ui) {
+    if (!target_record(s, t)) {
+        ui.MessagePopup("Kendrick Analysis", kStale);
+        return -1;
+    }
+    if (running < 0) {
+        ui.MessagePopup("Formula Calculator", "Pick one of the listed formulas first.");
+        return -1;
+    }
+    return find_masses_single(t.mz, settings.MASS_ACCURACY, 10000, 10000, running, t.oddeven, t.index, 0, s, settings, ui,
+                              nullptr);
+}
+
+int nohit_kendrick(Spectrum& s, const SingleCalcTarget& t, const FormulaSettings& settings, Ui& ui) {
+    if (!target_record(s, t)) {
+        ui.MessagePopup("Kendrick Analysis", kStale);
+        return -1;
+    }
+    assign_single_hit(t.index, FormulaHit{}, t.oddeven, 0.0, 0, settings.MASS_ACCURACY, s, settings, ui);
+    if (settings.debug) ui.Console("Cleared assigned to kendrick array.\n");
+    return 0;
+}
+
+int FindNoHitSeries(const std::vector<KendrickRow>& rows, int row, int minimum) {
+    const int n = static_cast<int>(rows.size());
+    auto same = [&](int a, int b) {
+        return rows[static_cast<std::size_t>(a)].odd == rows[static_cast<std::size_t>(b)].odd &&
+               rows[static_cast<std::size_t>(a)].series == rows[static_cast<std::size_t>(b)].series;
+    };
+    int first = std::max(0, row);
+    if (first >= n) return -1;
+    // The run of the series the search starts in counts all its members.
+    while (first > 0 && same(first - 1, first)) --first;
+    for (int i = first; i < n;) {
+        int j = i;
+        while (j + 1 < n && same(j + 1, i)) ++j;
+        if (j - i + 1 >= minimum)
+            for (int k = std::max(i, row); k <= j; ++k)
+                if (rows[static_cast<std::size_t>(k)].formula.empty()) return k;
+        i = j + 1;
+    }
+    return -1;
+}
+
+int AddKendrickSeries(Spectrum& s, const std::vector<KendrickRow>& rows, int row, CalibrationPanel& panel, bool recal,
+                      Ui& ui) {
+    if (row < 0 || row >= static_cast<int>(rows.size())) {
+        ui.MessagePopup("Kendrick Analysis", "Select a peak of the series to calibrate with.");
+        return -1;
+    }
+    const KendrickRow& r = rows[static_cast<std::size_t>(row)];
+    const auto& a = r.odd ? s.unassigned : s.assigned;
+    std::vector<int> peaks;
+    std::vector<double> masses;
+    for (const HitRecord& h : a)
+        if (h.series == r.series && h.hit_code != 0 && h.theoretical_mass > 0.0) {
+            peaks.push_back(h.source_index);
+            masses.push_back(h.theoretical_mass);
+        }
+    if (peaks.empty()) {
+        ui.MessagePopup("Kendrick Analysis", "No member of this series has a formula: assign the series first.");
+        return -1;
+    }
+    if (recal && !ui.ConfirmPopup("This action will remove all current values from calibration table.",
+                                  "Press Yes to continue and remove all values."))
+        return -1;
+    return add_calibrants_to_table(panel, s, peaks, masses, recal);
 }
 
 }  // namespace vx

@@ -14,6 +14,7 @@
 namespace vx {
 
 class Ui;
+struct CalibrationPanel;
 
 // Peaks of a peak-list slot keep their m/z in the stick position; the
 // composition code reads mass. Fills mass from index where mass is 0.
@@ -55,5 +56,42 @@ std::vector<KendrickRow> kendrick_rows(const Spectrum& spectrum, const KendrickT
 // The search box of the views: the first row after `after` whose text (m/z,
 // formula, class, type) holds needle, without regard to case; -1 if none.
 int k_search(const std::vector<KendrickRow>& rows, const std::string& needle, int after);
+
+// CheckFormulaCallback: what the single-mass calculator is opened on from a
+// row of the views: the peak's m/z, its array (1 odd) and index there, and
+// the pick number the panel starts with (OP_INDEX, 4).
+struct SingleCalcTarget {
+    double mz = 0.0;
+    int oddeven = 0;
+    int index = -1;
+    int op_index = 4;
+};
+// Returns 0, or -1 when the row is not a peak of the views.
+int CheckFormula(const std::vector<KendrickRow>& rows, int row, SingleCalcTarget& target);
+
+// update_kendrick_callback: the candidate the user picked in the calculator
+// (its running number among the accepted candidates, whatever order the list
+// shows) is assigned to the target peak and carried along its series, by the
+// calculator's search in pick mode. Returns the number of candidates, or -1
+// after a message (the arrays changed since the calculator was opened, or the
+// search was refused).
+int update_kendrick(Spectrum& spectrum, const SingleCalcTarget& target, int running, const FormulaSettings& settings,
+                    Ui& ui);
+
+// nohit_kendrick_callback: the target's whole series is marked "No Hit" and
+// loses its formulas. Returns 0, or -1 when the target is no peak of the arrays.
+int nohit_kendrick(Spectrum& spectrum, const SingleCalcTarget& target, const FormulaSettings& settings, Ui& ui);
+
+// FindNoHitSeries: from row on, the first row of a series with at least
+// minimum members whose peak has no formula; -1 when none is left.
+int FindNoHitSeries(const std::vector<KendrickRow>& rows, int row, int minimum);
+
+// AddKendrickSeries_callback (recal false) and RecalKendrick_callback (recal
+// true): the assigned members of the series of the selected row go to the
+// calibration table with the theoretical masses of their formulas. The second
+// asks first and empties the table. Returns the number of rows added, or -1
+// after a message or a no.
+int AddKendrickSeries(Spectrum& spectrum, const std::vector<KendrickRow>& rows, int row, CalibrationPanel& panel,
+                      bool recal, Ui& ui);
 
 }  // namespace vx

@@ -592,6 +592,7 @@ int find_masses_single(double mass, double ppm, int max_user1, int max_user2, in
         h.dbe = j.dbe;
         h.score = j.score;
         h.isotope_code = c[7] * 100 + c[6];
+        h.running = accepted;
         if (op_index >= 0) {
             if (accepted == op_index && !picked) {
                 int iso = 0;

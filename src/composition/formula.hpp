@@ -86,6 +86,7 @@ struct FormulaHit {
     double dbe = 0.0;
     double score = -1.0;
     int isotope_code = 0;  // user2 x 100 + user1
+    int running = -1;      // running number among the accepted candidates (the pick of a row)
 };
 
 // Formula text as the tables and exports carry it: comma-separated symbol and

@@ -6,8 +6,10 @@
 #include <numeric>
 
 #include <fmt/format.h>
+#include <fmt/printf.h>
 
 #include "composition/elements.hpp"
+#include "platform/safe_file.hpp"
 #include "platform/ui.hpp"
 
 namespace vx {
@@ -315,6 +317,129 @@ std::string kendrick_csv_text(const Spectrum& spectrum, const KendrickTables& t)
         }
     }
     return out;
+}
+
+namespace {
+
+// The separator between the odd and the even rows of the export.
+constexpr const char* kSaveSeparator =
+    "     ********************************************************************************************************************\n";
+
+// Text-mode files end their lines in CR LF.
+std::string with_crlf(const std::string& text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 40);
+    for (char c : text) {
+        if (c == '\n') out += '\r';
+        out += c;
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string SaveKendrick_text(const Spectrum& s, const KendrickTables& t, const KendrickSaveOptions& o) {
+    const int dec = std::clamp(o.decimals, 0, 15);
+    std::size_t count = 0;
+    double low = 0.0, high = 0.0, weighted = 0.0, heights = 0.0;
+    for (int odd = 1; odd >= 0; --odd)
+        for (const HitRecord& h : odd ? s.unassigned : s.assigned) {
+            if (count == 0 || h.mass < low) low = h.mass;
+            if (count == 0 || h.mass > high) high = h.mass;
+            ++count;
+            weighted += h.abundance * h.mass;
+            heights += h.abundance;
+        }
+    const bool negative = o.negative ? *o.negative : s.Trapvoltage < 0.0;
+    std::string out = fmt::sprintf("There were %d Peaks found from m/z= %8.2f    to m/z= %8.2f.\n", static_cast<int>(count),
+                                   low, high);
+    out += negative ? "NEGATIVE ION MODE\n" : "POSITIVE ION MODE\n";
+    out += fmt::sprintf("Noise threshold: %f        Peak threshold: %f\n", s.peakprofile, s.peakabundance);
+    out += "\n";
+    if (s.detectstart != 0.0) out += fmt::sprintf("Data Detected at (seconds): %f\n", s.detectstart);
+    out += fmt::sprintf("Calibration parameters: A = %f , B = %f and Trap Plate Voltage = %f\n", s.Aterm, s.Bterm,
+                        s.Trapvoltage);
+    // The line ends in a blank that opens the next line; older files have it.
+    out += "Center of Mass for the Assigned Window is  ";
+    out += fmt::sprintf("%9.4f\n\n ", heights != 0.0 ? weighted / heights : 0.0);
+    out += fmt::sprintf("There were ,%i odd peaks, and ,%i even peaks\n\n", static_cast<int>(s.unassigned.size()),
+                        static_cast<int>(s.assigned.size()));
+    switch (o.kind) {
+    case KendrickSaveKind::RelativeAbundance:
+        out += "Peak Number,Mass,Rel. Abundance,RP,Kendrick Mass,Nom. Mass,Odd/Even,Nom. Z,KMD,Series Fit,DBE,Group,,"
+               "Molecular Formula\n";
+        break;
+    case KendrickSaveKind::Calibrants:
+        out += "Peak Number, Calibrant, Mass,Abs. Abundance, Frequency, SN, Theor Mass, Error, RP, Kendrick Mass, Nom. "
+               "Mass, Odd/Even, Nom. Z, KMD,Series Fit, DBE,Group, , Molecular Formula\n";
+        break;
+    case KendrickSaveKind::AbsoluteAbundance:
+        out += "Peak Number,Mass,Abs. Abundance,RP,Kendrick Mass,Nom. Mass,Odd/Even,Nom. Z,KMD,Series Fit,DBE,Group,,"
+               "Molecular Formula\n";
+        break;
+    }
+    // The row layouts of the views' formatter: a width [wN] is right-justified
+    // and a longer value widens it, [pN] gives the decimals (six without it),
+    // and a string's width is the most characters taken from it.
+    const std::string row = fmt::format("%8d,%11.{}f,%8.4f,%11.2f,%10.4f,%5d,%4d,%4d,%4d,%4d,%4f,%.50s,%.100s\n", dec);
+    const std::string row_cal = fmt::format(
+        "%8d,%8d,%15.{}f,%10.5f,%15.6f,%11.4f,%17.8f,%11.4f,%11.2f,%10.4f,%5d,%4d,%4d,%4d,%4d,%4f,%.50s,%.100s\n", dec);
+    for (int odd = 1; odd >= 0; --odd) {
+        if (odd == 0) out += kSaveSeparator;
+        for (const HitRecord& h : odd ? s.unassigned : s.assigned) {
+            const KendrickValues v = kendrick_values(h.mass, t.factor);
+            const int number = h.source_index + 1;
+            if (o.kind == KendrickSaveKind::Calibrants) {
+                const std::size_t src = static_cast<std::size_t>(std::max(0, h.source_index));
+                const int calibrant = src < s.peaks.size() ? s.peaks[src].iscalibrant : 0;
+                out += fmt::sprintf(row_cal, number, calibrant, h.mass, h.abundance, h.frequency, h.sn,
+                                    h.theoretical_mass, h.error, h.resolvingpower, v.km, v.nominal, odd, h.z_star, h.kmd,
+                                    h.series, h.dbe, h.class_text, h.formula_text);
+            } else {
+                const double abundance = o.kind == KendrickSaveKind::RelativeAbundance ? h.relabundance : h.abundance;
+                out += fmt::sprintf(row, number, h.mass, abundance, h.resolvingpower, v.km, v.nominal, odd, h.z_star,
+                                    h.kmd, h.series, h.dbe, h.class_text, h.formula_text);
+            }
+        }
+    }
+    return with_crlf(out);
+}
+
+int SaveKendrick(const std::string& path, const Spectrum& s, const KendrickTables& t, const KendrickSaveOptions& o,
+                 Ui& ui) {
+    if (path.empty()) {
+        ui.MessagePopup("File Error", "No file name for the Kendrick table.");
+        return -1;
+    }
+    if (s.unassigned.empty() && s.assigned.empty()) {
+        ui.MessagePopup(kKendrickTitle, "There is nothing to save: calculate the Kendrick series first.");
+        return -1;
+    }
+    if (!s.filename.empty() && same_file(path, s.filename)) {
+        ui.MessagePopup("File Error", fmt::format("{} is the data file; the Kendrick table is not written over it.", path));
+        return -1;
+    }
+    std::string why;
+    if (write_file_atomically(path, SaveKendrick_text(s, t, o), &why) < 0) {
+        ui.MessagePopup("File Error", fmt::format("{} cannot be written: {}", path, why));
+        return -1;
+    }
+    return 0;
+}
+
+std::string kendrick_batch_path(const std::string& datafile, int which, Ui& ui) {
+    static const char* const suffix[3] = {"_save3.csv", "_processed.csv", "_preprocessed.csv"};
+    which = std::clamp(which, 0, 2);
+    std::string base = datafile;
+    const auto dot = base.find_last_of('.');
+    const auto slash = base.find_last_of('/');
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) base.erase(dot);
+    const std::string name = base + suffix[which];
+    if (which > 0) {
+        ui.Console(fmt::format("Petroken - Original filename {}, length = {}\n", datafile, datafile.size()));
+        ui.Console(fmt::format("Petroken - Newfilename = {}\n", name));
+    }
+    return name;
 }
 
 }  // namespace vx

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -95,5 +96,28 @@ std::vector<std::vector<std::int32_t>> rank_index(const KendrickTables& tables);
 
 // The series as a CSV table: one row a peak, odd array first.
 std::string kendrick_csv_text(const Spectrum& spectrum, const KendrickTables& tables);
+
+// SaveKendrick: the text export of the Kendrick views, in the layout older
+// result files and the tools that read them expect. Three forms: relative
+// abundance (1), with calibrants, frequency, S/N, theoretical mass and error
+// (2), absolute abundance (3).
+enum class KendrickSaveKind { RelativeAbundance = 1, Calibrants = 2, AbsoluteAbundance = 3 };
+struct KendrickSaveOptions {
+    KendrickSaveKind kind = KendrickSaveKind::RelativeAbundance;
+    int decimals = 7;  // of the m/z column (the peak table's decimals)
+    // The ion-mode line. Unset: the sign of the trap voltage decides, as in
+    // the .pks peak lists; set: the charge mode the formulas were searched in.
+    std::optional<bool> negative;
+};
+// The whole file as it is written (CR LF line ends).
+std::string SaveKendrick_text(const Spectrum& spectrum, const KendrickTables& tables, const KendrickSaveOptions& options);
+// Writes it to path (atomically; never over the data file of the spectrum).
+// Returns 0, or -1 after a message.
+int SaveKendrick(const std::string& path, const Spectrum& spectrum, const KendrickTables& tables,
+                 const KendrickSaveOptions& options, Ui& ui);
+// The batch names: the data file without its extension plus "_save3.csv"
+// (which 0), "_processed.csv" (1) or "_preprocessed.csv" (2); the last two
+// note the names on the console.
+std::string kendrick_batch_path(const std::string& datafile, int which, Ui& ui);
 
 }  // namespace vx

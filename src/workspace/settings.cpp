@@ -162,4 +162,71 @@ int ReadINI(const std::string& dir, Settings& s, Ui& ui) {
     return 0;
 }
 
+namespace {
+
+// The integer fields of a calculator page with their key stems, in the order
+// of the preference file; MASSACCURACY stands after ALLOWRADS.
+struct FormulaIntKey {
+    const char* stem;
+    int FormulaPreferences::*field;
+};
+constexpr FormulaIntKey kFormulaHead[] = {
+    {"CARBONMAX", &FormulaPreferences::CARBONMAX},   {"HYDROGENMAX", &FormulaPreferences::HYDROGENMAX},
+    {"NITROGENMAX", &FormulaPreferences::NITROGENMAX}, {"OXYGENMAX", &FormulaPreferences::OXYGENMAX},
+    {"SULFURMAX", &FormulaPreferences::SULFURMAX},   {"PHOSPHOROUSMAX", &FormulaPreferences::PHOSPHOROUSMAX},
+};
+constexpr FormulaIntKey kFormulaTail[] = {
+    {"POSMODE", &FormulaPreferences::POSMODE},
+    {"NEGMODE", &FormulaPreferences::NEGMODE},
+    {"NEUMODE", &FormulaPreferences::NEUMODE},
+};
+
+// The run-time's string scan: leading blanks, then as much of a number as
+// there is; nothing readable gives 0.
+double scan_number(std::string_view v) {
+    const std::string text(v);
+    return std::strtod(text.c_str(), nullptr);
+}
+int scan_integer(std::string_view v) {
+    const std::string text(v);
+    const long n = std::strtol(text.c_str(), nullptr, 10);
+    return static_cast<int>(std::clamp<long>(n, -1000000000L, 1000000000L));
+}
+
+}  // namespace
+
+std::vector<std::pair<std::string, std::string>> formula_preference_entries(const Settings& st) {
+    std::vector<std::pair<std::string, std::string>> out;
+    for (int page = 0; page < 2; ++page) {
+        const FormulaPreferences& p = st.formula_prefs[static_cast<std::size_t>(page)];
+        const std::string n = std::to_string(page + 1);
+        for (const FormulaIntKey& k : kFormulaHead) out.emplace_back(k.stem + n, std::to_string(p.*k.field));
+        for (std::size_t u = 0; u < 6; ++u)
+            out.emplace_back("USER" + std::to_string(u + 1) + "MAX" + n, std::to_string(p.USERMAX[u]));
+        out.emplace_back("ALLOWRADS" + n, std::to_string(p.ALLOWRADS));
+        out.emplace_back("MASSACCURACY" + n, fmt::format("{:f}", p.MASSACCURACY));
+        for (const FormulaIntKey& k : kFormulaTail) out.emplace_back(k.stem + n, std::to_string(p.*k.field));
+    }
+    return out;
+}
+
+bool set_formula_preference(Settings& st, std::string_view key, std::string_view value) {
+    if (key.empty()) return false;
+    const char last = key.back();
+    if (last != '1' && last != '2') return false;
+    FormulaPreferences& p = st.formula_prefs[last == '1' ? 0 : 1];
+    const std::string_view stem = key.substr(0, key.size() - 1);
+    for (const FormulaIntKey& k : kFormulaHead)
+        if (stem == k.stem) return p.*k.field = scan_integer(value), true;
+    for (const FormulaIntKey& k : kFormulaTail)
+        if (stem == k.stem) return p.*k.field = scan_integer(value), true;
+    if (stem == "ALLOWRADS") return p.ALLOWRADS = scan_integer(value), true;
+    if (stem == "MASSACCURACY") return p.MASSACCURACY = scan_number(value), true;
+    if (stem.size() == 8 && stem.substr(0, 4) == "USER" && stem.substr(5) == "MAX" && stem[4] >= '1' && stem[4] <= '6') {
+        p.USERMAX[static_cast<std::size_t>(stem[4] - '1')] = scan_integer(value);
+        return true;
+    }
+    return false;
+}
+
 }  // namespace vx

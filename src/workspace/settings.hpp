@@ -3,13 +3,30 @@
 // passed to the functions that read it.
 #pragma once
 
+#include <array>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace vx {
 
 class Ui;
+
+// One Formula Calculator's page of the user preference file: the keys
+// CARBONMAX ... NEUMODE, each saved with the suffix of its page.
+struct FormulaPreferences {
+    int CARBONMAX = -1;  // -1: as many as the mass allows
+    int HYDROGENMAX = -1;
+    int NITROGENMAX = 1;
+    int OXYGENMAX = 30;
+    int SULFURMAX = 1;
+    int PHOSPHOROUSMAX = 0;
+    std::array<int, 6> USERMAX{1, 1, 0, 0, 0, 0};  // USER1MAX ... USER6MAX
+    int ALLOWRADS = 1;
+    double MASSACCURACY = 10.0;  // ppm
+    int POSMODE = 0, NEGMODE = 1, NEUMODE = 0;
+};
 
 struct Settings {
     // ftmsdata.ini
@@ -65,7 +82,19 @@ struct Settings {
     int PEAKMZ = 7, peak_decimals_2 = 5, peak_decimals_3 = 5, PEAKABUN = 2;
 
     int thread_count = 1;  // twice the processors, at most 4
+
+    // The two Formula Calculator pages: [0] keys ending in 1 (the multi-peak
+    // calculator, MOLECAL), [1] keys ending in 2 (the single-mass one, MOLECALUNO).
+    std::array<FormulaPreferences, 2> formula_prefs{};
 };
+
+// The calculator keys of the user preference file in the order they are
+// saved (all keys ending in 1, then those ending in 2), each with its value
+// as it is written ("%d" for integers, "%f" for the mass accuracy).
+std::vector<std::pair<std::string, std::string>> formula_preference_entries(const Settings& settings);
+// Takes one KEY=value line's key and value; true when the key is one of the
+// calculator keys (a malformed value is read as far as it goes).
+bool set_formula_preference(Settings& settings, std::string_view key, std::string_view value);
 
 // Every default of Initialize (thread_count from the processors of this machine).
 Settings default_settings();
