@@ -84,7 +84,7 @@ int run_averagine(Context& ctx, const AveragineOptions& o) {
         auto arr = nlohmann::ordered_json::array();
         for (int k = 0; k < length; ++k) arr.push_back({{"index", k}, {"relative", pattern[k]}});
         j["pattern"] = arr;
-        std::cout << j.dump(2) << "\n";
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << "\n";
         return 0;
     }
     std::cout << fmt::format("m/z {:.4f} charge {}: table mass {:.4f}, length {}, most abundant index {}\n", o.mz,

@@ -251,7 +251,7 @@ int run_calibrate(Context& ctx, const CalibrateOptions& o) {
         if (!walking_csv.empty()) j["walking_csv"] = walking_csv;
         if (!o.out.empty()) j["peak_list"] = o.out;
         if (!o.save.empty()) j["saved"] = o.save;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         return 0;
     }
 
@@ -338,7 +338,7 @@ int run_ref_read(Context& ctx, const RefOptions& o) {
     std::vector<double> masses;
     if (read_reference_file(o.file, masses, ctx.ui) < 0) return 1;
     if (o.json) {
-        std::cout << nlohmann::json{{"file", o.file}, {"masses", masses}}.dump(2) << '\n';
+        std::cout << nlohmann::json{{"file", o.file}, {"masses", masses}}.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         return 0;
     }
     for (double m : masses) std::cout << fmt::sprintf("%f\n", m);

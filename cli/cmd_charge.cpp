@@ -46,7 +46,7 @@ int run_charge(Context& ctx, const ChargeOptions& o) {
         j["fourier"] = sc.fourier;
         j["autocorrelation"] = sc.autocorr;
         j["product"] = sc.product;
-        std::cout << j.dump() << "\n";
+        std::cout << j.dump(-1, ' ', false, vx::cli::INVALID_UTF8) << "\n";
         return 0;
     }
     std::cout << "Charge: " << z << "\n";

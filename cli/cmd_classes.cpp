@@ -114,7 +114,7 @@ int run_classes(Context& ctx, const ClassesOptions& o) {
         auto fl = nlohmann::ordered_json::array();
         for (const auto& f : files) fl.push_back(f.first);
         j["files"] = fl;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << fmt::format("{}: {} of {} peaks assigned, {} classes; tables written to {}\n", o.file, sum.assigned,
                                  sum.peaks, p.classes.size(), o.dir);

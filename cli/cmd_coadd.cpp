@@ -77,7 +77,7 @@ int run_coadd(Context& ctx, const CoaddOptions& o) {
         j["stopped"] = r.stopped;
         if (!o.out.empty()) j["output"] = o.out;
         j["spectrum"] = spectrum_json(*sum);
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << fmt::format("{}: {} used, {} failed, total weight {}{}\n", sum->title2, r.used.size(),
                                  r.failed.size(), r.total_weight, o.out.empty() ? "" : ", wrote " + o.out);

@@ -140,7 +140,7 @@ int run_formula(Context& ctx, const FormulaOptions& o) {
             std::cout << fmt::format("  {:<24} {:<24} {:14.6f} {:10.4f} {:6.1f}\n", hill_formula(h.counts, names),
                                      hill_formula(neutral_counts(h.counts, s.mode), names), h.mass, h.ppm, h.dbe);
     }
-    if (o.search.json) std::cout << all.dump(2) << '\n';
+    if (o.search.json) std::cout << all.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     return rc;
 }
 
@@ -304,7 +304,7 @@ int run_kendrick(Context& ctx, const KendrickCliOptions& o) {
         }
         j["series"] = series;
         if (!o.save.path.empty()) j["saved"] = o.save.path;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else if (o.out.empty() && o.save.path.empty()) {
         std::cout << csv;
     } else {
@@ -370,7 +370,7 @@ int run_assign(Context& ctx, const AssignCliOptions& o) {
         j["largest_error_ppm"] = sum.errors.largest;
         if (!o.out.empty()) j["output"] = o.out;
         if (!o.save.path.empty()) j["saved"] = o.save.path;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else if (o.out.empty() && o.save.path.empty()) {
         std::cout << csv;
     } else {

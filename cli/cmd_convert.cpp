@@ -233,7 +233,7 @@ int run_convert(Context& ctx, ConvertOptions& o) {
             list.push_back(j);
         }
         out["conversions"] = list;
-        std::cout << out.dump(2) << '\n';
+        std::cout << out.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         return 0;
     }
     std::cout << "source: " << source << '\n' << calibration_text(header) << '\n';

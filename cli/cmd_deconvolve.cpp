@@ -70,7 +70,7 @@ int run_deconvolve(Context& ctx, const DeconvolveOptions& o) {
         auto top = nlohmann::ordered_json::array();
         for (auto i : order) top.push_back({{"mass", m.mass[i]}, {"intensity", m.intensity[i]}});
         j["strongest"] = top;
-        std::cout << j.dump(2) << "\n";
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << "\n";
     } else {
         std::cout << fmt::format("wrote {}: {} groups, {} points\n", o.out, groups, m.mass.size());
         for (auto i : order) std::cout << fmt::format("{:.4f}\t{:.1f}\n", m.mass[i], m.intensity[i]);

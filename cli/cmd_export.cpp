@@ -63,7 +63,7 @@ int run_export(Context& ctx, const ExportOptions& o) {
         j["output"] = o.out;
         j["kind"] = o.peaks ? "centroid" : "profile";
         j["points"] = points;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << fmt::format("wrote {} ({} {})\n", o.out, points, o.peaks ? "peaks" : "points");
     }

@@ -106,7 +106,7 @@ int run_info(Context& ctx, const InfoOptions& o) {
     if (!channels.empty()) out["sed_channels"] = channels;
 
     if (o.json) {
-        std::cout << out.dump(2) << '\n';
+        std::cout << out.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
         std::cout << spectrum_text(s);

@@ -96,7 +96,7 @@ int run_pattern(Context& ctx, const IsotopesOptions& o) {
             j["isotopologues"] = iso;
         }
         if (!o.csv.empty()) j["csv"] = o.csv;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else if (o.csv.empty()) {
         std::cout << csv;
     } else {
@@ -136,7 +136,7 @@ int run_rules(Context& ctx, const IsotopesOptions& o) {
                            {"found", sum.found[static_cast<std::size_t>(i)]}};
         j["kinds"] = k;
         if (!o.csv.empty()) j["csv"] = o.csv;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else if (o.csv.empty()) {
         std::cout << csv;
     } else {

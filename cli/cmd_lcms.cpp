@@ -58,7 +58,7 @@ int run_lcms(Context& ctx, const LcmsOptions& o) {
             pts.push_back({{"time", s.xvalues[i]}, {"abundance", s.data[i]}, {"file", s.lcmsfiles[i]}});
         j["points"] = pts;
         if (!o.out.empty()) j["output"] = o.out;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else if (o.out.empty()) {
         std::cout << csv;
     } else {

@@ -42,7 +42,7 @@ int run_peaklist(Context& ctx, const PeaklistOptions& o) {
                              {"width", p.width}});
         }
         out["peaks"] = peaks;
-        std::cout << out.dump(2) << '\n';
+        std::cout << out.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         return 0;
     }
     std::cout << fmt::format("{}: {} peaks, limits {:.2f} to {:.2f} m/z\n", s.filename, s.peakcount, low, high);

@@ -41,7 +41,7 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
     const bool factors = o.search.thresholds_are_factors();
     if (!table.status.empty() && !o.json) std::cout << table.status << '\n';
     if (n == 0) {
-        if (o.json) std::cout << nlohmann::ordered_json{{"file", o.file}, {"peakcount", 0}, {"peaks", nlohmann::ordered_json::array()}}.dump(2) << '\n';
+        if (o.json) std::cout << nlohmann::ordered_json{{"file", o.file}, {"peakcount", 0}, {"peaks", nlohmann::ordered_json::array()}}.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         return 2;
     }
 
@@ -90,7 +90,7 @@ int run_peaks(Context& ctx, const PeaksOptions& o) {
                             {"sn", finite(pk.sn)}});
         }
         j["peaks"] = list;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         return 0;
     }
     std::cout << fmt::format("wrote {}: {} peaks from m/z {:.2f} to {:.2f}\n", out, s.peakcount, s.initMz, s.finalMz);

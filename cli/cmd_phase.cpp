@@ -136,7 +136,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
                              {"hzppt", q.hzppt}};
             if (!o.out.empty()) j["output"] = o.out;
             if (!o.dispersion.empty()) j["second"] = o.dispersion;
-            std::cout << j.dump(2) << '\n';
+            std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         } else {
             std::cout << fmt::format("{} of {} by {}: {} points, {} Hz per point\n", mode, o.file, o.divide,
                                      q.datacount, q.hzppt);
@@ -154,7 +154,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
             return 1;
         }
         if (!o.json) std::cout << fmt::format("wrote {} (phase-corrected transient, {} samples)\n", o.inverse_out, s.datacount);
-        else std::cout << nlohmann::json{{"inverse", o.inverse_out}, {"datacount", s.datacount}, {"storagemode", s.storagemode}}.dump(2) << '\n';
+        else std::cout << nlohmann::json{{"inverse", o.inverse_out}, {"datacount", s.datacount}, {"storagemode", s.storagemode}}.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
         return 0;
     }
 
@@ -215,7 +215,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         if (!o.out.empty()) j["output"] = o.out;
         if (!o.write_terms.empty()) j["terms_file"] = o.write_terms;
         if (!o.save_vfd.empty()) j["vfd"] = o.save_vfd;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << fmt::format("Form {}\n", res.form);
         std::cout << fmt::format("Zeroorder {:.6f}\nZeroDegrees {}\n", s.Zeroorder, s.ZeroDegrees);

@@ -46,7 +46,7 @@ int run_save(Context& ctx, const SaveOptions& o) {
         j["output"] = o.out;
         j["version"] = o.version;
         j["datacount"] = s.datacount;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << o.out << '\n';
     }

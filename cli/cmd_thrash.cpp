@@ -114,7 +114,7 @@ int run_thrash(Context& ctx, const ThrashOptions& o) {
             nlohmann::ordered_json j;
             j["clusters"] = rows.size();
             j["rows"] = rows_json(rows);
-            std::cout << j.dump(2) << "\n";
+            std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << "\n";
         } else {
             std::cout << fmt::format("Isotope clusters found = {}\n", rows.size());
             print_table(rows);
@@ -191,7 +191,7 @@ int run_thrash(Context& ctx, const ThrashOptions& o) {
         j["sigma"] = r.final_sigma;
         j["all_charge_passes"] = r.all_charge_passes;
         j["rows"] = rows_json(r.peaks);
-        std::cout << j.dump(2) << "\n";
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << "\n";
     } else {
         std::cout << fmt::format("Isotope clusters found = {}\n", r.clusters);
         print_table(r.peaks);

@@ -62,7 +62,7 @@ int run_vosk(Context& ctx, VoskOptions& o) {
         }
         j["results"] = rows;
         j["saved"] = r.saved;
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << "scan,cof,maxmz,sweep_rate\n";
         for (std::size_t k = 0; k < r.scans.size(); ++k)

@@ -45,7 +45,7 @@ int run_xmass(Context& ctx, const XmassOptions& o) {
         j["SW_h"] = s.dbandwidth;
         j["ML1"] = static_cast<double>(static_cast<float>(s.Aterm));
         j["ML2"] = static_cast<double>(static_cast<float>(-s.Bterm / s.Aterm));
-        std::cout << j.dump(2) << '\n';
+        std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << fmt::format("wrote {}/1 ({} samples, SW_h {:.6f} Hz) from {}\n", base, s.datacount,
                                  s.dbandwidth, o.file);

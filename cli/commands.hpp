@@ -7,11 +7,16 @@
 #include <string>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "platform/ui.hpp"
 #include "workspace/workspace.hpp"
 
 namespace vx::cli {
+
+// Header texts and file names are whatever bytes the instrument wrote, not
+// always UTF-8: JSON output replaces an invalid sequence instead of throwing.
+inline constexpr auto INVALID_UTF8 = nlohmann::json::error_handler_t::replace;
 
 struct Context {
     ConsoleUi ui;

@@ -123,7 +123,7 @@ void flatten(const nlohmann::ordered_json& j, const std::string& prefix, std::st
             int i = 0;
             for (const auto& e : *it) {
                 if (e.is_object()) flatten(e, fmt::format("{}[{}]", name, i++), out);
-                else out += fmt::format("{}[{}]: {}\n", name, i++, e.dump());
+                else out += fmt::format("{}[{}]: {}\n", name, i++, e.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
             }
         } else if (it->is_string()) {
             out += fmt::format("{}: {}\n", name, it->get<std::string>());

@@ -179,11 +179,15 @@ TEST(KendrickTools, SeriesIntoTheCalibrationTable) {
 }
 
 TEST(KendrickTools, CalibrantsOutsideTheListArePassedOver) {
+    // Frequencies under a one-term law, so a measured mass recomputed from the
+    // table's coefficients is the peak's own mass.
     Spectrum s;
+    s.Aterm = 1.0e8;
+    s.Bterm = 0.0;
     s.peaks.resize(3);
     for (int i = 0; i < 3; ++i) {
         s.peaks[static_cast<std::size_t>(i)].mass = 200.0 + i;
-        s.peaks[static_cast<std::size_t>(i)].frequency = 1.0e5 - i;
+        s.peaks[static_cast<std::size_t>(i)].frequency = s.Aterm / (200.0 + i);
     }
     CalibrationPanel panel;
     const std::vector<int> peaks = {0, 7, -1, 2, 1};

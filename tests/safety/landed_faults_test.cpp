@@ -4,6 +4,8 @@
 
 #include <filesystem>
 
+#include <nlohmann/json.hpp>
+
 #include "platform/zip.hpp"
 #include "safety/safety_support.hpp"
 #include "support/cli.hpp"
@@ -138,6 +140,22 @@ TEST(LandedFaults, CountsBeyondTheFileAreRefusedWithANonZeroExit) {
     const auto p = h.run("peaklist " + h.at("claims.pks"));
     EXPECT_NE(p.status, 0) << p.out;
     EXPECT_NE(p.out.find("more than the file holds"), std::string::npos) << p.out;
+}
+
+TEST(LandedFaults, HeaderBytesThatAreNotUtf8StillGiveJson) {
+    // Instruments write their comments in the code page of the machine: a
+    // Latin-1 byte in a header used to abort every --json command.
+    Home h;
+    std::string file = read_file(std::string(VANTORIX_SOURCE_DIR) + "/data/sample.dat");
+    const auto at = file.find("Simulated transient");
+    ASSERT_NE(at, std::string::npos);
+    file[at] = '\xe9';
+    write_file(h.at("latin1.dat"), file);
+    for (const char* cmd : {"info ", "peaks "}) {
+        const auto r = test::run_cli(h.dir.path().string(), std::string(cmd) + h.at("latin1.dat") + " --json");
+        EXPECT_EQ(r.status, 0) << cmd << r.out << r.err;
+        EXPECT_TRUE(nlohmann::json::accept(r.out)) << cmd << r.out;
+    }
 }
 
 TEST(LandedFaults, ZipNeverReplacesAnArchiveOrLosesASourceSilently) {
