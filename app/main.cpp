@@ -154,12 +154,12 @@ int main(int argc, char** argv) {
         }
     }
     if (parser.isSet(snapshot)) {
-        const QString spec = parser.value(snapshot);
-        const int eq = spec.indexOf('=');
-        QWidget* panel = eq > 0 ? vx::find_panel(window, spec.left(eq).toStdString()) : nullptr;
+        const QString request = parser.value(snapshot);
+        const int eq = request.indexOf('=');
+        QWidget* panel = eq > 0 ? vx::find_panel(window, request.left(eq).toStdString()) : nullptr;
         // A panel not made yet writes nothing.
-        if (!panel || vx::save_panel_snapshot(panel, spec.mid(eq + 1).toStdString()) < 0) {
-            std::fprintf(stderr, "vantorix-analysis: no picture of %s\n", qPrintable(spec));
+        if (!panel || vx::save_panel_snapshot(panel, request.mid(eq + 1).toStdString()) < 0) {
+            std::fprintf(stderr, "vantorix-analysis: no picture of %s\n", qPrintable(request));
             status = 1;
         }
     }
