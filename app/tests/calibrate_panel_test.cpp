@@ -17,6 +17,7 @@
 
 #include <unistd.h>
 
+#include "gui_check.hpp"
 #include "calibration/calibration_commands.hpp"
 #include "formats/calibration_change.hpp"
 #include "main_window.hpp"
@@ -29,16 +30,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                                       \
-    do {                                                                                  \
-        if (!(cond)) {                                                                    \
-            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                                   \
-        }                                                                                 \
-    } while (0)
 
 bool saw(const vx::QtUi& ui, const std::string& message) {
     return std::find(ui.shown.begin(), ui.shown.end(), message) != ui.shown.end();

@@ -14,26 +14,13 @@
 #include <sstream>
 #include <string>
 
+#include "gui_check.hpp"
 #include "main_window.hpp"
 #include "panels/KENDRICK.hpp"
 #include "panels/MOLECAL.hpp"
 #include "panels/MOLECALUNO.hpp"
 #include "qt_ui.hpp"
 #include "sim/formula_list.hpp"
-
-namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                                       \
-    do {                                                                                  \
-        if (!(cond)) {                                                                    \
-            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                                   \
-        }                                                                                 \
-    } while (0)
-
-}  // namespace
 
 int main(int argc, char** argv) {
     QTemporaryDir home;

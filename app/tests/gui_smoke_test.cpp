@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "gui_check.hpp"
 #include "main_window.hpp"
 #include "qt_ui.hpp"
 #include "peaks/find_peaks.hpp"
@@ -31,16 +32,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                                 \
-    do {                                                                            \
-        if (!(cond)) {                                                              \
-            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                             \
-        }                                                                           \
-    } while (0)
 
 bool saw(const vx::QtUi& ui, const std::string& message) {
     for (const std::string& m : ui.shown)

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "gui_check.hpp"
 #include "composition/assign.hpp"
 #include "main_window.hpp"
 #include "panels/ISOPATTERN.hpp"
@@ -21,20 +22,6 @@
 #include "qt_ui.hpp"
 #include "sim/formula_list.hpp"
 #include "sim/isotopologues.hpp"
-
-namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                                       \
-    do {                                                                                  \
-        if (!(cond)) {                                                                    \
-            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                                   \
-        }                                                                                 \
-    } while (0)
-
-}  // namespace
 
 int main(int argc, char** argv) {
     QTemporaryDir home;

@@ -15,6 +15,7 @@
 
 #include <unistd.h>
 
+#include "gui_check.hpp"
 #include "main_window.hpp"
 #include "panels/PHASE.hpp"
 #include "phasing/phase_modes.hpp"
@@ -25,16 +26,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                                       \
-    do {                                                                                  \
-        if (!(cond)) {                                                                    \
-            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                                   \
-        }                                                                                 \
-    } while (0)
 
 std::string write_transient(const fs::path& dir, const char* name, double scale, vx::Ui& ui) {
     vx::SimParameters sp;

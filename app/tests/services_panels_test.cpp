@@ -32,6 +32,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "gui_check.hpp"
 #include "data_bus.hpp"
 #include "main_window.hpp"
 #include "workspace/display.hpp"
@@ -45,16 +46,6 @@
 #include "workspace/layout.hpp"
 
 namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                                       \
-    do {                                                                                  \
-        if (!(cond)) {                                                                    \
-            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                                   \
-        }                                                                                 \
-    } while (0)
 
 struct Call {
     int status = -1;

@@ -12,24 +12,11 @@
 #include <cstdlib>
 #include <random>
 
+#include "gui_check.hpp"
 #include "main_window.hpp"
 #include "panels/THRASH.hpp"
 #include "sim/proteins.hpp"
 #include "workspace/conversions.hpp"
-
-namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                                       \
-    do {                                                                                  \
-        if (!(cond)) {                                                                    \
-            std::fprintf(stderr, "%s:%d: CHECK failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                                   \
-        }                                                                                 \
-    } while (0)
-
-}  // namespace
 
 int main(int argc, char** argv) {
     QTemporaryDir home;
