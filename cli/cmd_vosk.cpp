@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "batch/vosk_special.hpp"
+#include "batch/vosk_scans.hpp"
 #include "commands.hpp"
 #include "formats/open_file.hpp"
 

@@ -13,7 +13,7 @@
 
 #include <qcustomplot.h>
 
-#include "batch/vosk_special.hpp"
+#include "batch/vosk_scans.hpp"
 #include "main_window.hpp"
 #include "qt_ui.hpp"
 

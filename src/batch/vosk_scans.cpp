@@ -1,4 +1,4 @@
-#include "batch/vosk_special.hpp"
+#include "batch/vosk_scans.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "batch/vosk_special.hpp"
+#include "batch/vosk_scans.hpp"
 #include "platform/ui.hpp"
 #include "support/files.hpp"
 
