@@ -72,25 +72,8 @@ double be_double(const unsigned char* p) {
 // leaves nothing behind whichever way the read ends, and its first member may
 // carry any name.
 std::FILE* unpack_member(const Workspace& ws, const std::string& path, Ui& ui) {
-    std::FILE* out = nullptr;
-    int rc = UNZIP_CANNOT_CREATE;
     const std::string temp = ws.settings.TEMP.empty() ? fs::temp_directory_path().string() : ws.settings.TEMP;
-    std::string pattern = (fs::path(temp) / ".vantorix-odyssey-XXXXXX").string();
-    const int fd = ::mkstemp(pattern.data());
-    if (fd >= 0) {
-        ::unlink(pattern.c_str());
-        out = ::fdopen(fd, "w+b");
-        if (!out) ::close(fd);
-    }
-    if (out) rc = unzip1_into(path, out, MAX_ARCHIVE_MEMBER);
-    if (rc != UNZIP_OK) {
-        if (out) std::fclose(out);
-        ui.MessagePopup("Error", "Cannot unzip file!");
-        ui.Console(fmt::format("{}: {}\n", path, unzip_error_text(rc)));
-        return nullptr;
-    }
-    std::rewind(out);
-    return out;
+    return unpack_archive_member(temp, path, ui);
 }
 
 bool ends_with_Z(const std::string& path) {

@@ -732,10 +732,16 @@ bool ends_with_Z(const std::string& path) {
 // whatever way the read ends. Returns the file positioned at its start, or
 // nullptr after the message.
 std::FILE* unpack_Z(const Workspace& ws, const std::string& path, Ui& ui) {
+    return unpack_archive_member(ws.settings.TEMP, path, ui);
+}
+
+}  // namespace
+
+std::FILE* unpack_archive_member(const std::string& folder, const std::string& path, Ui& ui) {
     std::FILE* out = nullptr;
     int rc = UNZIP_CANNOT_CREATE;
-    if (!ws.settings.TEMP.empty()) {
-        std::string pattern = (fs::path(ws.settings.TEMP) / ".vantorix-unzip-XXXXXX").string();
+    if (!folder.empty()) {
+        std::string pattern = (fs::path(folder) / ".vantorix-unzip-XXXXXX").string();
         const int fd = ::mkstemp(pattern.data());
         if (fd >= 0) {
             ::unlink(pattern.c_str());
@@ -753,6 +759,8 @@ std::FILE* unpack_Z(const Workspace& ws, const std::string& path, Ui& ui) {
     std::rewind(out);
     return out;
 }
+
+namespace {
 
 struct Opened {
     std::FILE* f = nullptr;

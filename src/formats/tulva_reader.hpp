@@ -34,6 +34,10 @@ int read_tulva_into_slot(Workspace& ws, const std::string& path, int slot, Ui& u
 // left behind however the read ends). Returns it positioned at its start, or
 // nullptr after the message.
 std::FILE* unpack_tulva_Z(const Workspace& ws, const std::string& path, Ui& ui);
+// The first member of a .Z archive in an anonymous file of folder (unlinked at
+// once, so nothing is left behind), positioned at its start; nullptr after
+// "Error" / "Cannot unzip file!", also when folder is empty.
+std::FILE* unpack_archive_member(const std::string& folder, const std::string& path, Ui& ui);
 
 // A line reader over an open binary file, as the run-time's ReadLine: reads up
 // to LF, keeps at most 255 characters (the rest of the line is passed over),
