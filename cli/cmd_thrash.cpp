@@ -12,6 +12,7 @@
 #include "commands.hpp"
 #include "peak_search.hpp"
 #include "platform/safe_file.hpp"
+#include "thrash/mass_determination.hpp"
 #include "thrash/sequence.hpp"
 #include "thrash/thrash.hpp"
 #include "thrash_common.hpp"
@@ -154,13 +155,19 @@ int run_thrash(Context& ctx, const ThrashOptions& o) {
     Spectrum& s = ctx.ws.panels[static_cast<std::size_t>(slot)].spectrum;
     ThrashResult r;
     int rc = 0;
+    MassDetermination mass;
     if (!o.cluster.empty()) {
         std::pair<double, double> range;
         if (!parse_pair(o.cluster, range) || !(range.second > range.first)) {
             ctx.ui.MessagePopup("Operator Error", "--cluster is LOW:HIGH in m/z.");
             return 1;
         }
-        rc = thrash_cluster(s, range.first, range.second, o.charge, p, table, r, ctx.ui);
+        // "Mass Determination" (with --charge the new-match panel): the
+        // cluster the user chose is reported whatever its RL.
+        rc = o.charge > 0 ? newmatch(s, range.first, range.second, o.charge, p, table, mass, ctx.ui)
+                          : Mass(s, range.first, range.second, p, table, mass, ctx.ui);
+        r.peaks = mass.rows;
+        r.clusters = mass.found ? 1 : 0;
     } else {
         g_stop = false;
         auto old = std::signal(SIGINT, on_interrupt);
@@ -191,10 +198,17 @@ int run_thrash(Context& ctx, const ThrashOptions& o) {
         j["sigma"] = r.final_sigma;
         j["all_charge_passes"] = r.all_charge_passes;
         j["rows"] = rows_json(r.peaks);
+        if (!o.cluster.empty()) {
+            // The panel's own most abundant mass (mono + index x 1.00254) and lines.
+            j["mass_determination"] = {{"most_abundant_index", mass.most_abundant_index},
+                                       {"mostabundant_mass", mass.mostabundant_mass},
+                                       {"lines", mass.lines}};
+        }
         std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << "\n";
     } else {
         std::cout << fmt::format("Isotope clusters found = {}\n", r.clusters);
         print_table(r.peaks);
+        for (const std::string& line : mass.lines) std::cout << line << "\n";
         if (r.aborted) std::cout << "stopped: the clusters found so far are kept\n";
     }
     return 0;
