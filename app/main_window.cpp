@@ -54,6 +54,9 @@
 #include "PHASE2.hpp"
 #include "PROCESS.hpp"
 #include "THRASH.hpp"
+#include "MASSDETERMINATION.hpp"
+#include "NEWMATCH.hpp"
+#include "PLOTSPECTRUM.hpp"
 #include "EXPERIMENT.hpp"
 #include "PANELLAYOUT.hpp"
 #include "PREFERENCE.hpp"
@@ -181,6 +184,11 @@ void MainWindow::build_menus() {
     connect(analyze->addAction("Assign Formulas..."), &QAction::triggered, this, [this] { open_molecal(this); });
     connect(analyze->addAction("Kendrick Analysis..."), &QAction::triggered, this, [this] { open_kendrick(this)->calculate(); });
     connect(analyze->addAction("THRASH..."), &QAction::triggered, this, [this] { open_thrash(this); });
+    connect(analyze->addAction("Mass Determination"), &QAction::triggered, this, [this] { open_mass_determination(this); });
+    connect(analyze->addAction("Newmatch..."), &QAction::triggered, this, [this] { open_newmatch(this); });
+    connect(analyze->addAction("Display THRASH Peaklist"), &QAction::triggered, this, [this] { open_thrash(this); });
+    connect(analyze->addAction("Charge Deconvolution..."), &QAction::triggered, this, [this] { open_plot_spectrum(this); });
+    connect(analyze->addAction("Calc Std Dev"), &QAction::triggered, this, [this] { calc_std_dev(*this); });
     connect(analyze->addAction("Petroleum Analysis..."), &QAction::triggered, this, [this] { open_petro(this); });
     connect(analyze->addAction("Isotope Calculator..."), &QAction::triggered, this, [this] { open_isopattern(this); });
 

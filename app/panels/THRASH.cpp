@@ -16,6 +16,8 @@
 
 #include <thread>
 
+#include "SAVEPEAKLIST.hpp"
+#include "SEQUENCE.hpp"
 #include "main_window.hpp"
 #include "platform/ui.hpp"
 #include "qt_ui.hpp"
@@ -103,8 +105,12 @@ ThrashPanel::ThrashPanel(MainWindow* main) : QDialog(main), main_(main) {
     stop_button_ = new QPushButton("Stop");
     stop_button_->setEnabled(false);
     progress_ = new QLabel;
+    sequence_ = new QPushButton("Sequence...");
+    save_ = new QPushButton("Save Peaklist");
     bar->addWidget(run_);
     bar->addWidget(stop_button_);
+    bar->addWidget(sequence_);
+    bar->addWidget(save_);
     bar->addWidget(progress_, 1);
     top->addLayout(bar);
     auto* split = new QSplitter(Qt::Vertical);
@@ -126,6 +132,8 @@ ThrashPanel::ThrashPanel(MainWindow* main) : QDialog(main), main_(main) {
     top->addWidget(split, 1);
     connect(run_, &QPushButton::clicked, this, [this] { run(); });
     connect(stop_button_, &QPushButton::clicked, this, [this] { stop(); });
+    connect(sequence_, &QPushButton::clicked, this, [this] { open_sequence(main_); });
+    connect(save_, &QPushButton::clicked, this, [this] { save_peaklist(); });
     connect(table_, &QTableView::clicked, this, [this](const QModelIndex& i) { plot_peak(i.row()); });
 }
 
@@ -143,13 +151,7 @@ int ThrashPanel::run() {
     }
     AveragineTable table;
     if (ReadAveragineTable(table, main_->ui()) < 0) return -1;
-    ThrashParams p;
-    p.low_mass = low_->value();
-    p.high_mass = high_->value();
-    p.min_rl = min_rl_->value();
-    p.min_s2n = min_sn_->value();
-    p.max_charge = max_charge_->value();
-    p.model.sample_type = sample_type_->currentIndex();
+    const ThrashParams p = params();
     // The scan runs on a worker; the panel keeps its events flowing and the
     // stop button sets the flag the scan looks at in every window.
     stop_ = false;
@@ -183,6 +185,33 @@ int ThrashPanel::run() {
     model_->set(result.peaks);
     progress_->setText(QString("Isotope clusters found = %1%2").arg(result.clusters).arg(result.aborted ? " (stopped)" : ""));
     return 0;
+}
+
+ThrashParams ThrashPanel::params() const {
+    ThrashParams p;
+    p.low_mass = low_->value();
+    p.high_mass = high_->value();
+    p.min_rl = min_rl_->value();
+    p.min_s2n = min_sn_->value();
+    p.max_charge = max_charge_->value();
+    p.model.sample_type = sample_type_->currentIndex();
+    p.sequence = loaded_sequence(*main_);
+    return p;
+}
+
+const Spectrum* ThrashPanel::spectrum() const {
+    Workspace& ws = main_->workspace();
+    if (slot_ < 0 || slot_ >= MAX_PANELS || !ws.panels[static_cast<std::size_t>(slot_)].active) return nullptr;
+    return &ws.panels[static_cast<std::size_t>(slot_)].spectrum;
+}
+
+int ThrashPanel::save_peaklist(const std::string& path, const std::string& pdf) {
+    const Spectrum* s = spectrum();
+    if (!s || model_->rowCount() == 0) {
+        main_->ui().MessagePopup("Save Peaklist", "Run THRASH first: the table is empty.");
+        return -1;
+    }
+    return save_thrash_peaklist(*main_, *s, model_->rows(), path, pdf);
 }
 
 void ThrashPanel::plot_peak(int row) {

@@ -7,6 +7,7 @@
 #include <QDialog>
 
 #include <atomic>
+#include <string>
 #include <vector>
 
 #include "thrash/thrash.hpp"
@@ -53,13 +54,21 @@ public:
     const ThrashTableModel& model() const { return *model_; }
     // plot_peak: the cluster of a row with its model.
     void plot_peak(int row);
+    // The setup's controls as scan parameters (the loaded sequence included).
+    ThrashParams params() const;
+    // The table replaced (a sequence assigned afterwards).
+    void set_rows(std::vector<ThrashPeak> rows) { model_->set(std::move(rows)); }
+    // The spectrum the table was found in, or nullptr.
+    const Spectrum* spectrum() const;
+    // "Save Peaklist": the .pkl (asked for when empty), then printed.
+    int save_peaklist(const std::string& path = {}, const std::string& pdf = {});
 
 private:
     MainWindow* main_;
     QDoubleSpinBox *low_, *high_, *min_rl_, *min_sn_;
     QSpinBox* max_charge_;
     QComboBox* sample_type_;
-    QPushButton *run_, *stop_button_;
+    QPushButton *run_, *stop_button_, *sequence_, *save_;
     QLabel *progress_, *info_;
     ThrashTableModel* model_;
     QTableView* table_;
