@@ -19,3 +19,5 @@ head -n 3 "$OUT/ubiquitin_isos.csv"
 head -n 4 "$OUT/loaded.txt"
 # The plot panel's deconvolution of the same spectrum onto a neutral-mass axis.
 "$VX" deconvolve "$OUT/ubiquitin.dat" --lowz --range 800:1100 -o "$OUT/ubiquitin_masses.txt"
+# The plot panel's Zdet and the "Analysis Report" of a stretch of baseline.
+"$VX" deconvolve "$OUT/ubiquitin.dat" --range 950:956 --zdet --report 950.0:951.5
