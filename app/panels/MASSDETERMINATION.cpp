@@ -68,6 +68,10 @@ Spectrum* thrash_active_spectrum(MainWindow& main, const char* title) {
         main.ui().MessagePopup(title, "Open and process a data set first.");
         return nullptr;
     }
+    if (auto* scan = main.findChild<ThrashPanel*>("THRASH"); scan && scan->running()) {
+        main.ui().MessagePopup(title, "THRASH is running: stop it or let it finish first.");
+        return nullptr;
+    }
     Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     if (s.domain == DOMAIN_TIME || s.data.empty()) {
         main.ui().MessagePopup(title, "Process the transient first: the cluster is fitted on the spectrum.");

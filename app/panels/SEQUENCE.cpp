@@ -147,6 +147,10 @@ int SequencePanel::load(const std::string& path) {
 
 int SequencePanel::assign_table() {
     auto* thrash = main_->findChild<ThrashPanel*>("THRASH");
+    if (thrash && thrash->running()) {
+        main_->ui().MessagePopup("Sequence", "THRASH is running: stop it or let it finish first.");
+        return -1;
+    }
     if (!loaded_ || !thrash || thrash->model().rowCount() == 0) {
         main_->ui().MessagePopup("Sequence", loaded_ ? "Run THRASH first: there is no table to assign."
                                                      : "Load a sequence first.");

@@ -151,7 +151,14 @@ int ThrashPanel::run() {
     }
     AveragineTable table;
     if (ReadAveragineTable(table, main_->ui()) < 0) return -1;
-    const ThrashParams p = params();
+    ThrashParams p = params();
+    // The worker reads its own copy of the sequence: the sequence panel stays
+    // live while the scan runs.
+    SequenceTables sequence;
+    if (p.sequence) {
+        sequence = *p.sequence;
+        p.sequence = &sequence;
+    }
     // The scan runs on a worker; the panel keeps its events flowing and the
     // stop button sets the flag the scan looks at in every window.
     stop_ = false;
@@ -168,6 +175,7 @@ int ThrashPanel::run() {
     std::atomic<bool> done{false};
     run_->setEnabled(false);
     stop_button_->setEnabled(true);
+    running_ = true;
     std::thread worker([&] {
         thrash_with_table(s, p, table, result, quiet, control);
         done = true;
@@ -178,6 +186,7 @@ int ThrashPanel::run() {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     worker.join();
+    running_ = false;
     for (const auto& m : quiet.messages) main_->ui().MessagePopup(m.title, m.text);
     run_->setEnabled(true);
     stop_button_->setEnabled(false);

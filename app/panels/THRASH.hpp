@@ -54,6 +54,8 @@ public:
     const ThrashTableModel& model() const { return *model_; }
     // plot_peak: the cluster of a row with its model.
     void plot_peak(int row);
+    // A scan is under way (on the worker): the spectrum's working copy is in use.
+    bool running() const { return running_; }
     // The setup's controls as scan parameters (the loaded sequence included).
     ThrashParams params() const;
     // The table replaced (a sequence assigned afterwards).
@@ -75,6 +77,7 @@ private:
     QCustomPlot* plot_;
     std::atomic<bool> stop_{false};
     int slot_ = -1;
+    bool running_ = false;
 };
 
 ThrashPanel* open_thrash(MainWindow* main);
