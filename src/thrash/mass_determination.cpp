@@ -33,16 +33,18 @@ double mass_span_sigma(const Spectrum& s, double low_mz, double high_mz) {
     const long ia = std::clamp(static_cast<long>(std::ceil(a)), 0L, n - 1);
     const long ib = std::clamp(static_cast<long>(std::floor(b)), 0L, n - 1);
     if (ia > ib) return 0.0;
+    // cum[k]: the points below the level (k + 1) x 0.05, from a histogram of
+    // the first level each point stays below.
     std::vector<double> cum(SPAN_BINS, 0.0);
     for (long i = ia; i <= ib; ++i) {
         const double v = s.data[static_cast<std::size_t>(i)];
-        // Bins k = 0..499 stand for the levels (k + 1) x 0.05.
-        for (int k = 0; k < SPAN_BINS; ++k)
-            if (v < (k + 1) * SPAN_BIN) {
-                for (int j = k; j < SPAN_BINS; ++j) cum[static_cast<std::size_t>(j)] += 1.0;
-                break;
-            }
+        if (!std::isfinite(v) || v >= SPAN_BINS * SPAN_BIN) continue;
+        long k = v < 0.0 ? 0 : static_cast<long>(std::floor(v / SPAN_BIN));
+        while (k > 0 && v < k * SPAN_BIN) --k;  // a quotient rounded up at a level
+        while (k < SPAN_BINS && !(v < (k + 1) * SPAN_BIN)) ++k;
+        if (k < SPAN_BINS) cum[static_cast<std::size_t>(k)] += 1.0;
     }
+    for (int k = 1; k < SPAN_BINS; ++k) cum[static_cast<std::size_t>(k)] += cum[static_cast<std::size_t>(k - 1)];
     for (int pass = 0; pass < 5; ++pass) TGR_smooth(cum.data(), SPAN_BINS, 5);
     std::vector<double> d(SPAN_BINS - 1);
     for (int k = 0; k + 1 < SPAN_BINS; ++k) d[static_cast<std::size_t>(k)] = cum[k + 1] - cum[k];
