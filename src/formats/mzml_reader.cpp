@@ -185,28 +185,54 @@ bool index_scans(std::FILE* f, std::uint64_t size, std::vector<MzmlScanRef>& sca
     return true;
 }
 
-// The text of the <spectrum> element at offset, read in chunks up to its end
-// tag. Empty when the bytes there are no spectrum of that id (a wrong index)
-// or the element never ends.
-std::string spectrum_element(std::FILE* f, std::uint64_t size, const MzmlScanRef& ref) {
-    std::string text;
+// Text read from the file into a buffer that is not cleared first (the
+// element of a large scan is megabytes that fread overwrites anyway).
+struct ElementText {
+    std::unique_ptr<char[]> data;
+    std::size_t size = 0, capacity = 0;
+
+    bool empty() const { return size == 0; }
+    std::string_view view() const { return {data.get(), size}; }
+    void reserve(std::size_t n) {
+        if (n <= capacity) return;
+        std::unique_ptr<char[]> bigger(new char[n]);
+        if (size) std::memcpy(bigger.get(), data.get(), size);
+        data = std::move(bigger);
+        capacity = n;
+    }
+};
+
+// The text of the <spectrum> element at ref.offset, read up to its end tag.
+// hint: where the element should end at the latest (the next spectrum's
+// offset of the index), so that a good index gives one read; the reading goes
+// on past it when the end tag is not there. Empty when the bytes there are no
+// spectrum of that id (a wrong index) or the element never ends.
+ElementText spectrum_element(std::FILE* f, std::uint64_t size, const MzmlScanRef& ref, std::uint64_t hint) {
+    ElementText text;
+    if (!seek_to(f, ref.offset)) return {};
     std::uint64_t at = ref.offset;
+    std::size_t step = hint > ref.offset && hint - ref.offset <= MAX_INDEX ? static_cast<std::size_t>(hint - ref.offset)
+                                                                          : CHUNK;
     std::size_t searched = 0;
     while (at < size) {
-        std::string piece = read_bytes(f, at, static_cast<std::size_t>(std::min<std::uint64_t>(CHUNK, size - at)));
-        if (piece.empty()) return {};
-        at += piece.size();
-        text += piece;
-        if (text.size() >= 10 && text.compare(0, 9, "<spectrum") != 0) return {};
-        const std::size_t e = text.find("</spectrum>", searched);
-        if (e != std::string::npos) {
-            text.resize(e + 11);
-            const std::size_t tag_end = text.find('>');
-            const auto id = id_of_start_tag(text.substr(0, tag_end + 1));
+        const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(step, size - at));
+        text.reserve(std::max(text.size + want, text.capacity * 2));
+        const std::size_t got = std::fread(text.data.get() + text.size, 1, want, f);
+        if (got == 0) return {};
+        text.size += got;
+        at += got;
+        const std::string_view v = text.view();
+        if (v.size() >= 10 && v.compare(0, 9, "<spectrum") != 0) return {};
+        const std::size_t e = v.find("</spectrum>", searched);
+        if (e != std::string_view::npos) {
+            text.size = e + 11;
+            const std::size_t tag_end = v.find('>');
+            const auto id = id_of_start_tag(std::string(v.substr(0, tag_end + 1)));
             if (!id || *id != ref.id) return {};
             return text;
         }
-        searched = text.size() >= 10 ? text.size() - 10 : 0;
+        searched = v.size() >= 10 ? v.size() - 10 : 0;
+        step = std::max(step, CHUNK);
     }
     return {};
 }
@@ -255,10 +281,8 @@ const char* kind_name(ArrayKind k) {
     }
 }
 
-// Inflates a zlib stream that must give exactly expect bytes.
-bool inflate_exact(const std::vector<std::uint8_t>& in, std::size_t expect, std::vector<std::uint8_t>& out,
-                   std::string& why) {
-    out.resize(expect);
+// Inflates a zlib stream that must give exactly expect bytes into out.
+bool inflate_exact(const std::vector<std::uint8_t>& in, std::size_t expect, std::uint8_t* out, std::string& why) {
     z_stream z{};
     if (inflateInit(&z) != Z_OK) {
         why = "zlib could not start";
@@ -276,7 +300,7 @@ bool inflate_exact(const std::vector<std::uint8_t>& in, std::size_t expect, std:
             in_left -= z.avail_in;
         }
         const bool room = done < expect;
-        z.next_out = room ? out.data() + done : &spare;
+        z.next_out = room ? out + done : &spare;
         z.avail_out = room ? static_cast<uInt>(std::min(expect - done, STEP)) : 1u;
         const uInt before = z.avail_out;
         rc = inflate(&z, Z_NO_FLUSH);
@@ -304,9 +328,37 @@ bool inflate_exact(const std::vector<std::uint8_t>& in, std::size_t expect, std:
     return true;
 }
 
-// Decodes one binary array into doubles. expect: the values the spectrum
-// (or the array's own arrayLength) announces. Returns false after a message.
-bool decode_array(pugi::xml_node array, const ArraySpec& a, std::size_t expect, int scan, std::vector<double>& values,
+// Little-endian values of the array's type (mzML arrays are little-endian,
+// as this program's hosts are) converted into T.
+template <typename T>
+void convert_values(const std::uint8_t* p, const ArraySpec& a, std::size_t n, T* out) {
+    for (std::size_t i = 0; i < n; ++i, p += a.width) {
+        if (a.integer && a.width == 4) {
+            std::int32_t v;
+            std::memcpy(&v, p, 4);
+            out[i] = static_cast<T>(v);
+        } else if (a.integer) {
+            std::int64_t v;
+            std::memcpy(&v, p, 8);
+            out[i] = static_cast<T>(v);
+        } else if (a.width == 4) {
+            float v;
+            std::memcpy(&v, p, 4);
+            out[i] = static_cast<T>(v);
+        } else {
+            double v;
+            std::memcpy(&v, p, 8);
+            out[i] = static_cast<T>(v);
+        }
+    }
+}
+
+// Decodes one binary array into values. expect: the values the spectrum (or
+// the array's own arrayLength) announces. An array already of type T is
+// inflated or copied straight into values, without a second buffer.
+// Returns false after a message.
+template <typename T>
+bool decode_array(pugi::xml_node array, const ArraySpec& a, std::size_t expect, int scan, std::vector<T>& values,
                   Ui& ui) {
     const std::string what = fmt::format("The {} of scan {}", kind_name(a.kind), scan);
     if (!a.refused.empty()) {
@@ -320,56 +372,51 @@ bool decode_array(pugi::xml_node array, const ArraySpec& a, std::size_t expect, 
         ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("{} names no value type (32/64-bit float).", what));
         return false;
     }
-    const auto decoded = base64_decode(array.child_value("binary"));
+    auto decoded = base64_decode(array.child_value("binary"));
     if (!decoded) {
         ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("{} is not valid base64.", what));
         return false;
     }
     const std::size_t width = static_cast<std::size_t>(a.width);
-    const std::vector<std::uint8_t>* bytes = &*decoded;
-    std::vector<std::uint8_t> inflated;
-    if (a.zlib) {
-        // The announced count is checked against what the compressed bytes can
-        // hold (zlib's best ratio is about 1032:1) before room is made for it.
-        if (expect > (decoded->size() + 64) * 1100 / width) {
+    const bool same_type = !a.integer && width == sizeof(T);
+    if (!a.zlib) {
+        if (decoded->size() != expect * width) {
             ui.MessagePopup(FILE_INPUT_ERROR,
-                            fmt::format("{} cannot hold the {} values the spectrum says.", what, expect));
+                            fmt::format("{} holds {} values, but the spectrum says defaultArrayLength {}.", what,
+                                        decoded->size() / width, expect));
             return false;
         }
-        std::string why;
-        if (!inflate_exact(*decoded, expect * width, inflated, why)) {
-            ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("{} does not inflate: {}.", what, why));
-            return false;
+        values.resize(expect);
+        if (same_type) {
+            if (expect) std::memcpy(values.data(), decoded->data(), expect * width);
+        } else {
+            convert_values(decoded->data(), a, expect, values.data());
         }
-        bytes = &inflated;
+        return true;
     }
-    if (bytes->size() != expect * width) {
-        ui.MessagePopup(FILE_INPUT_ERROR,
-                        fmt::format("{} holds {} values, but the spectrum says defaultArrayLength {}.", what,
-                                    bytes->size() / width, expect));
+    // The announced count is checked against what the compressed bytes can
+    // hold (zlib's best ratio is about 1032:1) before room is made for it.
+    if (expect > (decoded->size() + 64) * 1100 / width) {
+        ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("{} cannot hold the {} values the spectrum says.", what, expect));
         return false;
     }
-    // mzML arrays are little-endian, as this program's hosts are.
-    values.resize(expect);
-    const std::uint8_t* p = bytes->data();
-    for (std::size_t i = 0; i < expect; ++i, p += width) {
-        if (a.integer) {
-            if (width == 4) {
-                std::int32_t v;
-                std::memcpy(&v, p, 4);
-                values[i] = v;
-            } else {
-                std::int64_t v;
-                std::memcpy(&v, p, 8);
-                values[i] = static_cast<double>(v);
-            }
-        } else if (width == 4) {
-            float v;
-            std::memcpy(&v, p, 4);
-            values[i] = v;
-        } else {
-            std::memcpy(&values[i], p, 8);
-        }
+    std::string why;
+    std::vector<std::uint8_t> inflated;
+    if (same_type) {
+        values.resize(expect);
+    } else {
+        inflated.resize(expect * width);
+    }
+    std::uint8_t* out = same_type ? reinterpret_cast<std::uint8_t*>(values.data()) : inflated.data();
+    const bool ok = inflate_exact(*decoded, expect * width, out, why);
+    decoded.reset();
+    if (!ok) {
+        ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("{} does not inflate: {}.", what, why));
+        return false;
+    }
+    if (!same_type) {
+        values.resize(expect);
+        convert_values(inflated.data(), a, expect, values.data());
     }
     return true;
 }
@@ -384,9 +431,9 @@ bool parse_count(const char* text, std::size_t& out) {
 }
 
 // The spectrum element into the record.
-int read_spectrum(std::string& text, int scan, const std::string& path, Spectrum& s, Ui& ui) {
+int read_spectrum(ElementText& text, int scan, const std::string& path, Spectrum& s, Ui& ui) {
     pugi::xml_document doc;
-    if (!doc.load_buffer_inplace(text.data(), text.size(), pugi::parse_minimal | pugi::parse_escapes)) {
+    if (!doc.load_buffer_inplace(text.data.get(), text.size, pugi::parse_minimal | pugi::parse_escapes)) {
         ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("Scan {} of {} is not well-formed XML.", scan, path));
         return -1;
     }
@@ -397,7 +444,7 @@ int read_spectrum(std::string& text, int scan, const std::string& path, Spectrum
         return -1;
     }
     // Every value takes at least one base64 character of the element.
-    if (count > text.size() * 1100 || count > static_cast<std::size_t>(MAX_DATACOUNT)) {
+    if (count > text.size * 1100 || count > static_cast<std::size_t>(MAX_DATACOUNT)) {
         ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("Scan {} announces {} points, more than it can hold.", scan, count));
         return -1;
     }
@@ -407,14 +454,15 @@ int read_spectrum(std::string& text, int scan, const std::string& path, Spectrum
         if (acc == "MS:1000130") polarity = 1;
         else if (acc == "MS:1000129") polarity = -1;
     }
-    std::vector<double> mz, intensity, noise_mz, noise, baseline;
+    std::vector<double> mz, noise_mz, noise, baseline;
+    std::vector<float> intensity;
     bool have_mz = false, have_int = false;
     for (pugi::xml_node array : sp.child("binaryDataArrayList").children("binaryDataArray")) {
         const ArraySpec a = array_spec(array);
         std::vector<double>* target = nullptr;
         switch (a.kind) {
             case ArrayKind::Mz: target = &mz, have_mz = true; break;
-            case ArrayKind::Intensity: target = &intensity, have_int = true; break;
+            case ArrayKind::Intensity: have_int = true; break;
             case ArrayKind::NoiseMz: target = &noise_mz; break;
             case ArrayKind::Noise: target = &noise; break;
             case ArrayKind::Baseline: target = &baseline; break;
@@ -422,13 +470,15 @@ int read_spectrum(std::string& text, int scan, const std::string& path, Spectrum
         }
         std::size_t expect = count;
         if (const pugi::xml_attribute len = array.attribute("arrayLength")) {
-            if (!parse_count(len.value(), expect) || expect > text.size() * 1100) {
+            if (!parse_count(len.value(), expect) || expect > text.size * 1100) {
                 ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("The {} of scan {} has a bad arrayLength \"{}\".",
                                                               kind_name(a.kind), scan, len.value()));
                 return -1;
             }
         }
-        if (!decode_array(array, a, expect, scan, *target, ui)) return -1;
+        const bool ok = target ? decode_array(array, a, expect, scan, *target, ui)
+                               : decode_array(array, a, expect, scan, intensity, ui);
+        if (!ok) return -1;
     }
     if (!have_mz || !have_int) {
         ui.MessagePopup(FILE_INPUT_ERROR,
@@ -450,14 +500,13 @@ int read_spectrum(std::string& text, int scan, const std::string& path, Spectrum
         std::vector<std::size_t> order(mz.size());
         std::iota(order.begin(), order.end(), std::size_t{0});
         std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return mz[a] < mz[b]; });
-        std::vector<double> m2(mz.size()), i2(mz.size());
+        std::vector<double> m2(mz.size());
+        std::vector<float> i2(mz.size());
         for (std::size_t i = 0; i < order.size(); ++i) m2[i] = mz[order[i]], i2[i] = intensity[order[i]];
         mz.swap(m2);
         intensity.swap(i2);
     }
-    s.data.resize(intensity.size());
-    for (std::size_t i = 0; i < intensity.size(); ++i) s.data[i] = static_cast<float>(intensity[i]);
-    intensity = {};
+    s.data = std::move(intensity);
     s.xvalues = std::move(mz);
     s.datacount = static_cast<std::int32_t>(s.data.size());
     s.domain = DOMAIN_PROFILE;
@@ -479,11 +528,17 @@ int read_spectrum(std::string& text, int scan, const std::string& path, Spectrum
 void apply_noise_curve(Spectrum& s, const std::vector<double>& nm, const std::vector<double>& noise,
                        const std::vector<double>& base) {
     const std::size_t n = s.data.size();
-    s.xcalnoise.assign(n, 0.0);
-    s.xcalbaseline.assign(n, 0.0);
-    s.xcaldata.assign(n, 0.0f);
+    s.xcalnoise.clear();
+    s.xcalbaseline.clear();
+    s.xcaldata.clear();
     const std::size_t m = std::min({nm.size(), noise.size(), base.size()});
+    // Without a curve the side arrays stay empty: their users (the peak
+    // finder's S/N column) read an absent array as zeros, and a scan of 10^6
+    // points does not carry 20 MB of them.
     if (m == 0 || s.xvalues.size() != n) return;
+    s.xcalnoise.resize(n);
+    s.xcalbaseline.resize(n);
+    s.xcaldata.resize(n);
     std::size_t k = 0;  // segment nm[k]..nm[k+1]; the points come in ascending m/z
     for (std::size_t i = 0; i < n; ++i) {
         const double x = s.xvalues[i];
@@ -569,7 +624,10 @@ int Get_Xcalibur_Data(const std::string& path, Spectrum& s, int scan, Ui& ui, in
         return -1;
     }
     MzmlScanRef ref = *it;
-    std::string text = spectrum_element(f.get(), *size, ref);
+    std::uint64_t hint = *size;
+    for (const MzmlScanRef& r : scans)
+        if (r.offset > ref.offset) hint = std::min(hint, r.offset);
+    ElementText text = spectrum_element(f.get(), *size, ref, hint);
     if (text.empty() && indexed) {
         // A wrong index (the file edited after it was written): find the scan
         // by its tag instead.
@@ -580,7 +638,7 @@ int Get_Xcalibur_Data(const std::string& path, Spectrum& s, int scan, Ui& ui, in
                                             [&](const MzmlScanRef& r) { return r.id == ref.id; });
             if (again != streamed.end()) {
                 ref = *again;
-                text = spectrum_element(f.get(), *size, ref);
+                text = spectrum_element(f.get(), *size, ref, *size);
             }
         }
     }

@@ -50,8 +50,8 @@ int Get_Xcalibur_Data(const std::string& path, Spectrum& spectrum, int scan, Ui&
 // The noise curve of step 6: for each point of spectrum (xvalues, data) the
 // noise and baseline interpolated linearly in the curve (noise_mz ascending,
 // the ends extended along their first/last segment), and S/N =
-// (intensity - baseline) / noise, 0 where the noise is not positive. An empty
-// curve gives zeros.
+// (intensity - baseline) / noise, 0 where the noise is not positive. Without
+// a curve the three arrays are left empty, which every user reads as zeros.
 void apply_noise_curve(Spectrum& spectrum, const std::vector<double>& noise_mz, const std::vector<double>& noise,
                        const std::vector<double>& baseline);
 

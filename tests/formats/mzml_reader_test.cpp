@@ -181,9 +181,9 @@ TEST(MzmlReader, ReadsEveryEncodingPlainAndIndexed) {
                     EXPECT_EQ(r->s.xvalues[i], doubles ? mz[i] : static_cast<double>(static_cast<float>(mz[i])));
                     EXPECT_EQ(r->s.data[i], static_cast<float>(in[i]));
                 }
-                // Without a noise curve the side arrays are there, all zero.
-                ASSERT_EQ(r->s.xcalnoise.size(), 5u);
-                EXPECT_EQ(r->s.xcaldata[4], 0.0f);
+                // Without a noise curve the side arrays stay empty (read as zeros).
+                EXPECT_TRUE(r->s.xcalnoise.empty());
+                EXPECT_TRUE(r->s.xcaldata.empty());
                 EXPECT_TRUE(r->ui.messages.empty()) << "one scan: no prompt";
             }
 }
@@ -310,8 +310,7 @@ TEST(MzmlReader, ZeroOrMissingNoiseGivesZeroSignalToNoise) {
     EXPECT_EQ(s.xcaldata[0], 1.0f);
     EXPECT_EQ(s.xcalnoise[2], 4.0);
     apply_noise_curve(s, {}, {}, {});
-    EXPECT_EQ(s.xcalnoise.size(), 3u);
-    EXPECT_EQ(s.xcalnoise[1], 0.0);
+    EXPECT_TRUE(s.xcalnoise.empty());
 }
 
 TEST(MzmlReader, RefusesBadInputWithAClearMessage) {
