@@ -418,7 +418,11 @@ TEST(MzmlReader, CommandLineInfoAndPeaks) {
         std::vector<double> mz = ramp(400, 499.0, 0.00625), in(400, 0.0);
         if (n == 2)
             for (std::size_t i = 0; i < in.size(); ++i) in[i] = 1000.0 * std::exp(-std::pow((mz[i] - 500.25) / 0.01, 2));
-        scans.push_back({thermo_id(n), 400, {mz_array(mz, true, true), int_array(in, false, true)}});
+        // A flat noise curve: noise 4, baseline 0.
+        Array nm{"MS:1002743", "sampled noise m/z array", {499.0, 502.0}, true, true, "", "", "2"};
+        Array nn{"MS:1002744", "sampled noise intensity array", {4, 4}, false, true, "", "", "2"};
+        Array nb{"MS:1002745", "sampled noise baseline array", {0, 0}, false, true, "", "", "2"};
+        scans.push_back({thermo_id(n), 400, {mz_array(mz, true, true), int_array(in, false, true), nm, nn, nb}});
     }
     test::write_file(dir.file("run.mzML"), make_mzml(scans, true));
     auto info = test::run_cli(dir.path().string(), "info '" + dir.file("run.mzML") + "' --json");
@@ -435,6 +439,11 @@ TEST(MzmlReader, CommandLineInfoAndPeaks) {
     const auto p = nlohmann::json::parse(peaks.out);
     ASSERT_GE(p["peaks"].size(), 1u);
     EXPECT_NEAR(p["peaks"][0]["mz"].get<double>(), 500.25, 1e-4);
+    // The profile search's S/N column is the noise at the apex times height
+    // over sample, as the profile search has always filled it: about 4 here,
+    // where (height - baseline) / noise is about 250. The true S/N of every
+    // point is in xcaldata (SampledNoiseArraysGiveTheNoiseCurve).
+    EXPECT_NEAR(p["peaks"][0]["sn"].get<double>(), 4.0, 0.2);
     auto missing = test::run_cli(dir.path().string(), "info '" + dir.file("run.mzML") + "' --scan 3");
     EXPECT_NE(missing.status, 0);
     EXPECT_NE(missing.err.find("Scan 3 is not in"), std::string::npos) << missing.err;
