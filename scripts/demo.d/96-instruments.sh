@@ -1,8 +1,9 @@
 # Other instruments and co-adding: four simulated transients co-added and the
 # S/N gain of their sum, a chromatogram of their peak lists, the Vosk special
 # analysis of a record cut into scans, a Thermo raw file refused with the
-# conversion named, and the sample read back from its mzML export. (The readers of Odyssey, Melbar, Vosk and TOF files are
-# shown by their tests; docs/formats.md.)
+# conversion named, and the sample read back from its mzML export. (The
+# readers of Odyssey, Melbar, Vosk and TOF files are shown by their tests;
+# docs/formats.md.)
 set -euo pipefail
 printf '400.2, 0.01\n650.4, 0.01\n950.6, 0.01\n' >"$OUT/inst-ions.csv"
 files=()
