@@ -103,12 +103,13 @@ std::optional<std::string> id_of_start_tag(std::string tag) {
 // A pull reader over the file: the spectra's start tags in chunks of CHUNK
 // bytes, so that memory stays at one chunk whatever the file's size.
 // Returns false when a start tag never ends.
-bool stream_scans(std::FILE* f, std::vector<MzmlScanRef>& scans) {
+bool stream_scans(std::FILE* f, std::uint64_t size, std::vector<MzmlScanRef>& scans) {
     scans.clear();
     if (!seek_to(f, 0)) return false;
     std::string buf;
     std::uint64_t base = 0;  // file offset of buf[0]
-    std::string chunk(CHUNK, '\0');
+    // A small file needs no whole chunk (one byte more sees its end at once).
+    std::string chunk(static_cast<std::size_t>(std::min<std::uint64_t>(CHUNK, size + 1)), '\0');
     bool eof = false;
     while (!eof) {
         const std::size_t got = std::fread(chunk.data(), 1, chunk.size(), f);
@@ -573,7 +574,7 @@ int mzml_list_scans(const std::string& path, std::vector<MzmlScanRef>& scans, bo
         return -1;
     }
     indexed = index_scans(f.get(), *size, scans);
-    if (!indexed && !stream_scans(f.get(), scans)) {
+    if (!indexed && !stream_scans(f.get(), *size, scans)) {
         ui.MessagePopup(FILE_INPUT_ERROR, fmt::format("{} is not well-formed mzML (a spectrum tag never ends).", path));
         return -1;
     }
@@ -633,7 +634,7 @@ int Get_Xcalibur_Data(const std::string& path, Spectrum& s, int scan, Ui& ui, in
         // by its tag instead.
         ui.Console(fmt::format("The index of {} does not match the file; reading through the file.\n", path));
         std::vector<MzmlScanRef> streamed;
-        if (stream_scans(f.get(), streamed)) {
+        if (stream_scans(f.get(), *size, streamed)) {
             const auto again = std::find_if(streamed.begin(), streamed.end(),
                                             [&](const MzmlScanRef& r) { return r.id == ref.id; });
             if (again != streamed.end()) {
