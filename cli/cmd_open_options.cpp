@@ -10,10 +10,10 @@ namespace {
 CommandRegistration reg([](CLI::App& app, Context& ctx) {
     OpenOptions& o = ctx.ws.open_options;
     app.add_option("--format", o.format,
-                   "Read the file as: melbar, vosk, tof (headerless layouts), odyssey, tulva (default: by name and "
-                   "contents)")
-        ->check(CLI::IsMember({"melbar", "vosk", "tof", "odyssey", "tulva"}));
-    app.add_option("--scan", o.scan, "Scan of a multi-scan file (default the last)")
+                   "Read the file as: melbar, vosk, tof (headerless layouts), odyssey, mzml, tulva (default: by name "
+                   "and contents)")
+        ->check(CLI::IsMember({"melbar", "vosk", "tof", "odyssey", "mzml", "tulva"}));
+    app.add_option("--scan", o.scan, "Scan of a multi-scan file: mzML the N of \"scan=N\" in the spectrum id (default the last)")
         ->check(CLI::PositiveNumber);
     app.add_option("--points", o.points, "Melbar/Vosk: points to read (default: every record / the Vosk header)")
         ->check(CLI::PositiveNumber);

@@ -92,10 +92,24 @@ void open_lcms(MainWindow& w) {
 
 }  // namespace
 
+int open_thermo_file(MainWindow& w, const std::string& path, int scan) {
+    OpenOptions o;
+    // A .raw file keeps the format empty, so that the opening road refuses it
+    // with the conversion to use.
+    if (!is_thermo_raw(path)) o.format = "mzml";
+    o.scan = scan;
+    return open_as(w, path, o);
+}
+
 void add_instrument_open_entries(MainWindow& w, QMenu* open) {
     QObject::connect(open->addAction("Odyssey..."), &QAction::triggered, &w, [&w] {
         if (const auto path = w.ui().FileSelectPopup("Open Odyssey Data File", "*.*", ""))
             w.open_file(*path, FILETYPE_ODYSSEY);
+    });
+    // The entry's name is spelt as users have always found it.
+    QObject::connect(open->addAction("Thermo Raw FIle..."), &QAction::triggered, &w, [&w] {
+        if (const auto path = w.ui().FileSelectPopup("Open Thermo Raw File", "*.mzML *.mzml *.raw", ""))
+            open_thermo_file(w, *path);
     });
     QObject::connect(open->addAction("Melbar..."), &QAction::triggered, &w, [&w] { open_headerless(w, false); });
     QObject::connect(open->addAction("Vosk..."), &QAction::triggered, &w, [&w] { open_headerless(w, true); });

@@ -1,8 +1,9 @@
 # Other instruments and co-adding: four simulated transients co-added and the
 # S/N gain of their sum, a chromatogram of their peak lists, the Vosk special
-# analysis of a record cut into scans, and a Thermo raw file refused with the
-# conversion named. (The readers of Odyssey, Melbar, Vosk and TOF files are
-# shown by their tests; docs/formats.md.)
+# analysis of a record cut into scans, a Thermo raw file refused with the
+# conversion named, and the sample read back from its mzML export. (The
+# readers of Odyssey, Melbar, Vosk and TOF files are shown by their tests;
+# docs/formats.md.)
 set -euo pipefail
 printf '400.2, 0.01\n650.4, 0.01\n950.6, 0.01\n' >"$OUT/inst-ions.csv"
 files=()
@@ -23,3 +24,10 @@ done
 # A Thermo raw file is refused, naming the conversion.
 printf 'x' >"$OUT/run.raw"
 "$VX" info "$OUT/run.raw" 2>&1 | head -1 || true
+# Thermo data arrive as mzML: the sample exported as mzML and read back as an
+# m/z profile (domain 5, the scan chosen by --scan), then its peaks.
+"$VX" export "$SAMPLE" -o "$OUT/sample-profile.mzML" >/dev/null
+"$VX" info "$OUT/sample-profile.mzML" --scan 1 --json | python3 -c \
+  'import json,sys; j=json.load(sys.stdin); print("mzML:", j["format"], "domain", j["domain"], "filetype", j["filetype"], "scan", j["scan"], "of", j["scans"], "points", j["header"]["datacount"])'
+"$VX" peaks "$OUT/sample-profile.mzML" -o "$OUT/sample-profile.pks" --json | python3 -c \
+  'import json,sys; j=json.load(sys.stdin); top=sorted(j["peaks"], key=lambda p: -p["abundance"])[:8]; print("mzML peaks:", j["peakcount"], "largest at m/z", " ".join("%.4f" % p["mz"] for p in sorted(top, key=lambda p: p["mz"])))'

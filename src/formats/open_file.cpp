@@ -10,6 +10,7 @@
 
 #include "formats/bruker.hpp"
 #include "formats/instruments.hpp"
+#include "formats/mzml_reader.hpp"
 #include "formats/peak_list.hpp"
 #include "formats/tulva_reader.hpp"
 #include "platform/safe_file.hpp"
@@ -92,6 +93,7 @@ int read_any_into_slot(Workspace& ws, const std::string& path, int slot, Ui& ui)
         return -1;
     }
     if (format == "odyssey") return read_odyssey_into_slot(ws, path, slot, ui);
+    if (format == "mzml") return read_mzml_into_slot(ws, path, slot, ui);
     if (format == "melbar") return read_melbar_into_slot(ws, path, slot, ui);
     if (format == "vosk") return read_vosk_into_slot(ws, path, slot, ui);
     if (format == "tof") return read_tof_into_slot(ws, path, slot, ui);
@@ -113,13 +115,10 @@ int open_any_file(Workspace& ws, const std::string& path, Ui& ui) {
     if (format == "vosk") return open_data_file(ws, path, FILETYPE_TULVA, read_vosk_into_slot, ui);
     if (format == "tof") return open_data_file(ws, path, FILETYPE_PROFILE, read_tof_into_slot, ui);
     if (format == "tulva") return open_data_file(ws, path, FILETYPE_TULVA, read_tulva_into_slot, ui);
-    if (format == "mzml") {
-        ui.MessagePopup("File Input Error", fmt::format("{}: mzML scans are not read by this version.", path));
-        return -1;
-    }
+    if (format == "mzml") return open_data_file(ws, path, FILETYPE_PROFILE, read_mzml_into_slot, ui);
     if (format != "pks" && format != "bruker") {
         ui.MessagePopup("Operator Error",
-                        fmt::format("Unknown file format \"{}\": use melbar, vosk, tof, odyssey or tulva.", format));
+                        fmt::format("Unknown file format \"{}\": use melbar, vosk, tof, odyssey, mzml or tulva.", format));
         return -1;
     }
     switch (filetype_of_path(path)) {
