@@ -4,6 +4,7 @@
 #include <cmath>
 #include <fstream>
 #include <limits>
+#include <span>
 #include <sstream>
 
 #include <fmt/format.h>
@@ -125,6 +126,55 @@ double thrash_first_noise(const Spectrum& s) {
     return squares[squares.size() / 2];
 }
 
+namespace {
+
+// The points of many m/z at once; each is the value One_mass_topt gives alone.
+struct PointBatch {
+    std::vector<double> mz, pt;
+    void clear() { mz.clear(); }
+    std::size_t add(double m) {
+        mz.push_back(m);
+        return mz.size() - 1;
+    }
+    void convert(const Spectrum& s) {
+        pt.resize(mz.size());
+        One_mass_topt(s, std::span<const double>(mz), std::span<double>(pt));
+    }
+};
+
+// Axis reads on points already converted; the same rules as Axis::at,
+// Axis::interp_at and Axis::max_in.
+double at_point(const std::vector<float>& v, long n, double p) {
+    if (!std::isfinite(p)) return 0.0;
+    const long i = std::lround(p);
+    return i < 0 || i >= n ? 0.0 : v[static_cast<std::size_t>(i)];
+}
+
+double interp_point(const std::vector<float>& v, long n, double p) {
+    if (!std::isfinite(p) || p < 0 || p > n - 1) return 0.0;
+    const long i = static_cast<long>(std::floor(p));
+    if (i >= n - 1) return v[static_cast<std::size_t>(n - 1)];
+    const double f = p - i;
+    return v[static_cast<std::size_t>(i)] * (1.0 - f) + v[static_cast<std::size_t>(i + 1)] * f;
+}
+
+// a: the point of the upper m/z, b: of the lower.
+double max_between_points(const std::vector<float>& v, long n, double a, double b) {
+    if (!std::isfinite(a) || !std::isfinite(b) || n == 0) return 0.0;
+    if (a > b) std::swap(a, b);
+    long ia = static_cast<long>(std::ceil(a)), ib = static_cast<long>(std::floor(b));
+    if (ib < 0 || ia > n - 1) return 0.0;
+    const long hi = std::max(0L, n - 1);
+    ia = std::clamp(ia, 0L, hi);
+    ib = std::clamp(ib, 0L, hi);
+    if (ia > ib) return v[static_cast<std::size_t>(std::clamp(std::lround((a + b) / 2), 0L, hi))];
+    float best = v[static_cast<std::size_t>(ia)];
+    for (long i = ia + 1; i <= ib; ++i) best = std::max(best, v[static_cast<std::size_t>(i)]);
+    return best;
+}
+
+}  // namespace
+
 MatchResult match(const Spectrum& s, const std::vector<float>& work, double noise, double /*floor*/, double sigma,
                   double min_s2n, int charge, int quick, double start_mz, double end_mz, const double* pattern_in,
                   const ModelSettings& model) {
@@ -169,44 +219,88 @@ MatchResult match(const Spectrum& s, const std::vector<float>& work, double nois
     r.fom.assign(static_cast<std::size_t>(last_point - r.first_point + 1), 0.0);
     std::vector<double> scales(r.fom.size(), 0.0);
 
+    // The isotopes that take part at a mass: those the harmonic limit lets
+    // through (the limit only rises with the mass; it is kept per count of
+    // thousands, summed the same way as for one position).
+    long harmonic_n = -1;
+    double harmonic = 0.0;
+
     constexpr int TRIALS = 11;
+    std::array<double, TRIALS> trial{};
+    for (int j = 0; j < TRIALS; ++j) trial[j] = 0.75 + 0.05 * j;
+    const long n = ax.n;
+    PointBatch iso, rest;
+    std::vector<int> counted;
+    counted.reserve(static_cast<std::size_t>(last + 1));
     const long steps = static_cast<long>(std::ceil((end_mz - start_mz) / step));
     for (long si = 0; si < steps; ++si) {
         const double pos = start_mz + si * step;
         if (!(pos < end_mz)) break;
         const double neutral = charge * pos - charge * THRASH_PROTON;
+        // Each m/z below is converted to its point once, all of a position at once.
+        iso.clear();
+        for (int k = 0; k <= last; ++k) iso.add(pos + k * d);
+        iso.convert(s);
         double best_s2n = -1e300;
-        for (int k = 0; k <= last; ++k) best_s2n = std::max(best_s2n, s2n_of(ax.at(work, pos + k * d), noise, sigma));
+        for (int k = 0; k <= last; ++k) best_s2n = std::max(best_s2n, s2n_of(at_point(work, n, iso.pt[k]), noise, sigma));
         if (!(best_s2n > min_s2n)) continue;
         const double ma_pos = pos + top * d;
-        double peak = ax.max_in(work, ma_pos - d / 2, ma_pos + d / 2).first;
+        rest.clear();
+        const std::size_t w0 = rest.add(ma_pos + d / 2), w1 = rest.add(ma_pos - d / 2);
+        std::size_t w2 = 0, w3 = 0, w4 = 0, w5 = 0;
+        if (top > 0) {
+            w2 = rest.add(ma_pos - d / 2);
+            w3 = rest.add(ma_pos - d - d / 2);
+            w4 = rest.add(ma_pos + d + d / 2);
+            w5 = rest.add(ma_pos + d / 2);
+        }
+        const std::size_t before = rest.add(pos - d);
+        const std::size_t at_ma = rest.add(ma_pos);
+        if (static_cast<long>(neutral / 1000.0) != harmonic_n) {
+            harmonic_n = static_cast<long>(neutral / 1000.0);
+            harmonic = 0.0;
+            for (long j = 1; j <= harmonic_n; ++j) harmonic += 0.1 / static_cast<double>(j);
+        }
+        counted.clear();
+        for (int k = 0; k <= last; ++k)
+            if (!(pattern[k] < harmonic * pmax)) counted.push_back(k);
+        const std::size_t mids = rest.mz.size();
+        for (int k : counted) {
+            const double mid = pos + (k + 0.5) * d;
+            rest.add(mid + d / 6);
+            rest.add(mid - d / 6);
+        }
+        rest.convert(s);
+        double peak = max_between_points(work, n, rest.pt[w0], rest.pt[w1]);
         if (top > 0)
-            peak = (peak + ax.max_in(work, ma_pos - d - d / 2, ma_pos - d / 2).first +
-                    ax.max_in(work, ma_pos + d / 2, ma_pos + d + d / 2).first) / 3.0;
-        double harmonic = 0.0;
-        for (long j = 1; j <= static_cast<long>(neutral / 1000.0); ++j) harmonic += 0.1 / static_cast<double>(j);
+            peak = (peak + max_between_points(work, n, rest.pt[w2], rest.pt[w3]) +
+                    max_between_points(work, n, rest.pt[w4], rest.pt[w5])) / 3.0;
         const double scale = (peak - noise) / pmax;
         if (!(scale > 0.0)) continue;
+        // No trial whose largest model height stands above min_s2n: no merit here.
+        // (The largest height of a trial is at most its scale times pmax.)
+        bool any = false;
+        for (int j = 0; j < TRIALS; ++j) any = any || (scale * trial[j]) * pmax / (2.0 * sigma) > min_s2n;
+        if (!any) continue;
         std::array<double, TRIALS> first{}, between{}, diff{}, biggest{};
-        const double v_before = ax.at(work, pos - d) - noise;
+        const double v_before = at_point(work, n, rest.pt[before]) - noise;
         for (int j = 0; j < TRIALS; ++j) {
-            const double t = v_before / (scale * (0.75 + 0.05 * j));
+            const double t = v_before / (scale * trial[j]);
             first[j] = t * t;
         }
         bool skip = false;
         double count = 0.0, sum_sq = 0.0;
-        for (int k = 0; k <= last; ++k) {
+        for (std::size_t ci = 0; ci < counted.size(); ++ci) {
+            const int k = counted[ci];
             const double pk = pattern[k];
-            if (pk < harmonic * pmax) continue;
-            const double v = ax.interp_at(work, pos + k * d) - noise;
-            const double mid = pos + (k + 0.5) * d;
-            const double bv = ax.max_in(work, mid - d / 6, mid + d / 6).first;
+            const double v = interp_point(work, n, iso.pt[static_cast<std::size_t>(k)]) - noise;
+            const double bv = max_between_points(work, n, rest.pt[mids + 2 * ci], rest.pt[mids + 2 * ci + 1]);
             if ((k == 1 || k == 2) && neutral < 1500.0 && s2n_of(v + noise, noise, sigma) < 1.5) {
                 skip = true;
                 continue;
             }
             for (int j = 0; j < TRIALS; ++j) {
-                const double sc = scale * (0.75 + 0.05 * j);
+                const double sc = scale * trial[j];
                 const double b = (bv - noise) / sc;
                 between[j] += b * b;
                 const double e = pk - v / sc;
@@ -227,13 +321,15 @@ MatchResult match(const Spectrum& s, const std::vector<float>& work, double nois
             const double merit = count / terms;
             if (merit > best) {
                 best = merit;
-                best_scale = scale * (0.75 + 0.05 * j);
+                best_scale = scale * trial[j];
             }
         }
         if (best < 0.0) continue;
         double fom = best - count / sum_sq;
         if (fom < 0.0 || skip) fom = 0.0;
-        const long pt = std::lround(ax.pt(ma_pos));
+        const double pma = rest.pt[at_ma];
+        if (!std::isfinite(pma)) continue;
+        const long pt = std::lround(pma);
         if (pt < r.first_point || pt > last_point) continue;
         const std::size_t at = static_cast<std::size_t>(pt - r.first_point);
         if (fom > r.fom[at]) {

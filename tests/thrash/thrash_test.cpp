@@ -5,6 +5,8 @@
 #include <tuple>
 
 #include "clusters.hpp"
+#include "match_reference.hpp"
+#include "peaks/noise.hpp"
 #include "platform/ui.hpp"
 #include "thrash/thrash.hpp"
 
@@ -99,6 +101,63 @@ TEST(Thrash, UbiquitinChargesFiveToThirteen) {
                     row.monoisotopic_mw_refined, mono, row.rl_text.c_str());
     EXPECT_GE(sc.right_mono, 8);
     EXPECT_TRUE(s.data2.empty());
+}
+
+// The fit converts the m/z of a position in one batch and leaves positions
+// whose every trial stays under the S/N limit: the numbers must be those of
+// the fit written point by point, for every charge the all-charges pass tries.
+TEST(Thrash, BatchedFitGivesTheNumbersOfThePointByPointFit) {
+    Spectrum s = test::protein_spectrum();
+    std::vector<test::Ion> ions;
+    for (int z : {7, 11}) {
+        auto part = test::cluster_ions({UBIQUITIN, z, 300.0}, s);
+        ions.insert(ions.end(), part.begin(), part.end());
+    }
+    auto big = test::cluster_ions({averagine_composition(30000.0), 21, 150.0}, s);
+    ions.insert(ions.end(), big.begin(), big.end());
+    test::add_ions(s, ions);
+    test::add_rayleigh_noise(s, 1.0, 3);
+    double sigma = 0.0;
+    const double noise = CalculateThrashNoise_RP(s.data.data(), static_cast<long>(s.data.size()), &sigma);
+    std::vector<float> work = s.data;
+    for (float& v : work)
+        if (v < noise) v = 0.0f;
+    const double ubi7 = (monoisotopic_mass(UBIQUITIN) + 7 * 1.00727) / 7 + 5 * 1.00235 / 7;
+    const double big21 = (monoisotopic_mass(averagine_composition(30000.0)) + 21 * 1.00727) / 21 + 18 * 1.00235 / 21;
+    struct Case {
+        double mz;
+        int charge, quick, sample_type;
+        double min_s2n;
+    };
+    const Case cases[] = {
+        {ubi7, 7, 0, 0, 3.0},   {ubi7, 1, 0, 0, 3.0},    {ubi7, 3, 0, 0, 3.0},   {ubi7, 14, 0, 0, 3.0},
+        {ubi7, 60, 0, 0, 3.0},  {ubi7, 400, 0, 0, 3.0},  {ubi7, 1200, 0, 0, 3.0}, {ubi7, 7, 1, 0, 3.0},
+        {ubi7, 7, 0, 1, 3.0},   {ubi7, 7, 0, 2, 3.0},    {ubi7, 7, 0, 0, 60.0},  {big21, 21, 0, 0, 3.0},
+        {big21, 42, 0, 0, 3.0}, {big21, 900, 0, 0, 3.0}, {big21, 20, 0, 0, 0.5},
+    };
+    int compared = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "m/z " << c.mz << " charge " << c.charge << " quick " << c.quick
+                                        << " type " << c.sample_type << " min S/N " << c.min_s2n);
+        ModelSettings model;
+        model.sample_type = c.sample_type;
+        std::array<double, AVERAGINE_WIDTH> pat{};
+        const int idx = static_cast<int>(distrib_calculation(c.mz, c.charge, pat.data(), nullptr, 2, bundled(), s, model));
+        distrib_calculation(c.mz, c.charge, pat.data(), nullptr, 1, bundled(), s, model);
+        const double step = 1.00235 / c.charge;
+        const double lo = idx == 0 ? c.mz - step : c.mz - 2.0 * idx * step, hi = idx == 0 ? c.mz + step : c.mz;
+        const MatchResult fast = match(s, work, noise, 0.0, sigma, c.min_s2n, c.charge, c.quick, lo, hi, pat.data(), model);
+        const MatchResult ref =
+            test::match_reference(s, work, noise, 0.0, sigma, c.min_s2n, c.charge, c.quick, lo, hi, pat.data(), model);
+        EXPECT_EQ(fast.fom, ref.fom);
+        EXPECT_EQ(fast.first_point, ref.first_point);
+        EXPECT_EQ(fast.best_point, ref.best_point);
+        EXPECT_EQ(fast.best_fom, ref.best_fom);
+        EXPECT_EQ(fast.best_scale, ref.best_scale);
+        compared += std::count_if(ref.fom.begin(), ref.fom.end(), [](double f) { return f > 0.0; });
+    }
+    // The cases fitted something, not only empty spans.
+    EXPECT_GT(compared, 50);
 }
 
 TEST(Thrash, LimitOfClustersIsReportedWhenReached) {
