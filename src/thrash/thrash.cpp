@@ -413,7 +413,8 @@ double Scan::peak_find(double s2n, double mass, double peak_mz, double peak_heig
     }
     // A place already subtracted leaves a residue twenty times below the data.
     const double raw = ax_.max_in(s_.data, mass, mass + 1.0).first;
-    if (peak_height - noise != 0.0 && (raw - noise) / (peak_height - noise) >= 20.0) return mass + 1.0;
+    // (At the noise itself the ratio is infinite, and the place is skipped.)
+    if ((raw - noise) / (peak_height - noise) >= 20.0) return mass + 1.0;
     if (!fit_at(peak_mz, 0, 0.0, 0.0)) return mass + 1.0;
     return std::max(p_.low_mass, mass - 3.0);
 }
@@ -480,7 +481,9 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
             const double centre = (clo + chi) / 2.0;
             const double work_s2n = s2n_of(ax_.at(s_.data2, centre), noise, sigma);
             const double raw_s2n = s2n_of(ax_.at(s_.data, centre), noise, sigma);
-            if (work_s2n != 0.0 && raw_s2n / work_s2n >= 20.0) {
+            // A place subtracted down to the noise divides by zero: infinitely
+            // reduced, so skipped; 0 / 0 is no number and is fitted.
+            if (raw_s2n / work_s2n >= 20.0) {
                 wc.fom = 0.0;
             } else {
                 const MatchResult mc = fit(peak_mz, c, clo, chi);
@@ -574,9 +577,10 @@ void Scan::subtract(const ThrashPeak& tp) {
         while (r < n - 1 && w[static_cast<std::size_t>(r + 1)] > half) ++r;
         while (r < n - 2 && sum3(r + 1) < sum3(r)) ++r;
         touched.emplace_back(l, r);
+        const bool whole = p_.clean_residues && h - noise >= 0.5 * (mx - noise);
         for (long i = l; i <= r; ++i) {
             float& v = w[static_cast<std::size_t>(i)];
-            const double shape = v / mx * (h - noise);
+            const double shape = whole ? v : v / mx * (h - noise);
             v = v - shape < 0.0 ? static_cast<float>(noise) : static_cast<float>(v - shape);
             if (v < noise) v = static_cast<float>(noise);
         }
@@ -602,10 +606,20 @@ void Scan::report(const Winner& w) {
     tp.rl_text = rl_text(tp.rl);
     tp.all_charges = w.all;
     tp.second_charge_score = w.second;
-    // Refined: the top interpolated by a parabola through the three points.
-    const long p = w.point;
-    double top_mz = w.mz;
+    // Refined: the top interpolated by a parabola through the three points
+    // about the data's own maximum (the best fit may sit a point beside it).
     const std::vector<float>& d = s_.data;
+    long p = w.point;
+    for (int climb = 0; climb < 3 && p > 0 && p < ax_.n - 1; ++climb) {
+        const float here = d[static_cast<std::size_t>(p)];
+        if (d[static_cast<std::size_t>(p - 1)] > here && d[static_cast<std::size_t>(p - 1)] >= d[static_cast<std::size_t>(p + 1)])
+            --p;
+        else if (d[static_cast<std::size_t>(p + 1)] > here)
+            ++p;
+        else
+            break;
+    }
+    double top_mz = ax_.mz(static_cast<double>(p));
     if (p > 0 && p < ax_.n - 1) {
         const double y0 = d[static_cast<std::size_t>(p - 1)], y1 = d[static_cast<std::size_t>(p)],
                      y2 = d[static_cast<std::size_t>(p + 1)];
