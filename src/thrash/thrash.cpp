@@ -1,6 +1,7 @@
 #include "thrash/thrash.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <fstream>
 #include <limits>
@@ -462,6 +463,7 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
     const double rl0 = convert_FOM_to_RL(m0.best_fom, z0);
     if (rl0 < 0.9 && forced_charge <= 0) {
         ++r_.all_charge_passes;
+        const auto pass_start = std::chrono::steady_clock::now();
         int max_charge = p_.max_charge;
         if (p_.max_mass > 0.0 && p_.max_mass < max_charge * peak_mz - max_charge * THRASH_PROTON)
             max_charge = static_cast<int>(std::floor(p_.max_mass / peak_mz));
@@ -494,6 +496,7 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
             by_charge[i] = wc;
         });
         r_.fits += static_cast<int>(by_charge.size());
+        r_.all_charge_seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - pass_start).count();
         for (const Winner& wc : by_charge)
             if (wc.fom > best.fom) best = wc;  // the first one in a tie
         if (best.charge == 1 && p_.min_charge == 1) {

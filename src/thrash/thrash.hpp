@@ -87,6 +87,7 @@ struct ThrashResult {
     double final_noise = 0.0, final_sigma = 0.0;
     int all_charge_passes = 0;
     int fits = 0;
+    double all_charge_seconds = 0.0;  // wall time spent in the all-charges passes
 };
 
 // Stop and progress of a run: the stop flag may be set from any thread and is
