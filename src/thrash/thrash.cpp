@@ -79,6 +79,14 @@ double s2n_of(double value, double noise, double sigma) {
     return sigma > 0.0 ? (value - noise) / (2.0 * sigma) : 0.0;
 }
 
+// num / den >= 20 as the division gives it: over a zero den the ratio is
+// infinite when num is above zero (a place subtracted down to the noise is
+// skipped), no number when num is zero too (fitted).
+bool twenty_times(double num, double den) {
+    if (den == 0.0) return num > 0.0;
+    return num / den >= 20.0;
+}
+
 std::array<double, AVERAGINE_WIDTH> pattern_of(double mz, int charge, const AveragineTable& table, const Spectrum& s,
                                                const ModelSettings& model, int* length, int* top) {
     std::array<double, AVERAGINE_WIDTH> p{};
@@ -414,8 +422,7 @@ double Scan::peak_find(double s2n, double mass, double peak_mz, double peak_heig
     }
     // A place already subtracted leaves a residue twenty times below the data.
     const double raw = ax_.max_in(s_.data, mass, mass + 1.0).first;
-    // (At the noise itself the ratio is infinite, and the place is skipped.)
-    if ((raw - noise) / (peak_height - noise) >= 20.0) return mass + 1.0;
+    if (twenty_times(raw - noise, peak_height - noise)) return mass + 1.0;
     if (!fit_at(peak_mz, 0, 0.0, 0.0)) return mass + 1.0;
     return std::max(p_.low_mass, mass - 3.0);
 }
@@ -483,9 +490,7 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
             const double centre = (clo + chi) / 2.0;
             const double work_s2n = s2n_of(ax_.at(s_.data2, centre), noise, sigma);
             const double raw_s2n = s2n_of(ax_.at(s_.data, centre), noise, sigma);
-            // A place subtracted down to the noise divides by zero: infinitely
-            // reduced, so skipped; 0 / 0 is no number and is fitted.
-            if (raw_s2n / work_s2n >= 20.0) {
+            if (twenty_times(raw_s2n, work_s2n)) {
                 wc.fom = 0.0;
             } else {
                 const MatchResult mc = fit(peak_mz, c, clo, chi);
