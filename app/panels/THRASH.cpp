@@ -1,6 +1,7 @@
 #include "THRASH.hpp"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
@@ -97,6 +98,10 @@ ThrashPanel::ThrashPanel(MainWindow* main) : QDialog(main), main_(main) {
     form->addRow("Minimum S/N", min_sn_);
     form->addRow("Maximum charge", max_charge_);
     form->addRow("Sample type", sample_type_);
+    // Off: the subtraction as it always was, which reports residues of strong clusters again.
+    auto* clean = new QCheckBox("Clean residues");
+    clean->setObjectName("clean_residues");
+    form->addRow("", clean);
     top->addLayout(form);
     auto* bar = new QHBoxLayout;
     run_ = new QPushButton("THRASH");
@@ -150,6 +155,7 @@ int ThrashPanel::run() {
     p.min_s2n = min_sn_->value();
     p.max_charge = max_charge_->value();
     p.model.sample_type = sample_type_->currentIndex();
+    if (auto* clean = findChild<QCheckBox*>("clean_residues")) p.clean_residues = clean->isChecked();
     // The scan runs on a worker; the panel keeps its events flowing and the
     // stop button sets the flag the scan looks at in every window.
     stop_ = false;
