@@ -39,6 +39,7 @@ struct ThrashOptions {
     int sample_type = 0;
     bool json = false;
     bool thread = false;
+    bool clean_residues = false;
 };
 
 std::atomic<bool> g_stop{false};
@@ -130,6 +131,7 @@ int run_thrash(Context& ctx, const ThrashOptions& o) {
     p.low_mass = o.low_mass;
     p.high_mass = o.high_mass;
     p.min_rl = o.min_rl;
+    p.clean_residues = o.clean_residues;
     p.min_s2n = o.min_s2n;
     p.max_charge = o.max_charge;
     p.model.sample_type = o.sample_type;
@@ -243,6 +245,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("--table", o->table, "averagine_lookup2.txt to read");
     sub->add_option("--sample-type", o->sample_type, "0 averagine table, 1 or 2 binomial")->check(CLI::Range(0, 2));
     sub->add_flag("--thread", o->thread, "Run the scan on a worker thread");
+    sub->add_flag("--clean-residues", o->clean_residues,
+                  "Take away whole each peak a reported cluster explains to at least half (no residue reported again)");
     sub->add_flag("--json", o->json, "Print JSON");
     sub->callback([&ctx, o] { ctx.exit_code = run_thrash(ctx, *o); });
 });

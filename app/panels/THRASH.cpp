@@ -1,6 +1,7 @@
 #include "THRASH.hpp"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
@@ -99,6 +100,10 @@ ThrashPanel::ThrashPanel(MainWindow* main) : QDialog(main), main_(main) {
     form->addRow("Minimum S/N", min_sn_);
     form->addRow("Maximum charge", max_charge_);
     form->addRow("Sample type", sample_type_);
+    // Off: the subtraction as it always was, which reports residues of strong clusters again.
+    auto* clean = new QCheckBox("Clean residues");
+    clean->setObjectName("clean_residues");
+    form->addRow("", clean);
     top->addLayout(form);
     auto* bar = new QHBoxLayout;
     run_ = new QPushButton("THRASH");
@@ -205,6 +210,7 @@ ThrashParams ThrashPanel::params() const {
     p.max_charge = max_charge_->value();
     p.model.sample_type = sample_type_->currentIndex();
     p.sequence = loaded_sequence(*main_);
+    if (auto* clean = findChild<QCheckBox*>("clean_residues")) p.clean_residues = clean->isChecked();
     return p;
 }
 

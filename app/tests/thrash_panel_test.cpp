@@ -2,6 +2,7 @@
 // ubiquitin at charges 8 to 10 in a slot is scanned on the worker with the
 // panel's events flowing, the table fills with one numbered row per
 // assignment, and a row shows its cluster with the model.
+#include <QCheckBox>
 #include <QApplication>
 #include <QDoubleSpinBox>
 #include <QSpinBox>
@@ -73,6 +74,16 @@ int main(int argc, char** argv) {
     CHECK(panel->model().headerData(9, Qt::Horizontal, Qt::DisplayRole).toString() == "RL");
     panel->plot_peak(0);
     CHECK(s.data2.empty());
+    // Clean residues: no more rows than the literal subtraction, the states still there.
+    const std::size_t literal_rows = rows.size();
+    panel->findChild<QCheckBox*>("clean_residues")->setChecked(true);
+    CHECK(panel->run() == 0);
+    const auto& clean_rows = panel->model().rows();
+    std::printf("THRASH panel, clean residues: %zu rows\n", clean_rows.size());
+    CHECK(clean_rows.size() <= literal_rows);
+    near = 0;
+    for (const auto& r : clean_rows) near += std::fabs(r.monoisotopic_mass - 8559.6167) < 0.1;
+    CHECK(near >= 3);
     if (failures) std::fprintf(stderr, "%d check(s) failed\n", failures);
     return failures ? 1 : 0;
 }

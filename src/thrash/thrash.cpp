@@ -1,9 +1,11 @@
 #include "thrash/thrash.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <fstream>
 #include <limits>
+#include <span>
 #include <sstream>
 
 #include <fmt/format.h>
@@ -77,6 +79,14 @@ double s2n_of(double value, double noise, double sigma) {
     return sigma > 0.0 ? (value - noise) / (2.0 * sigma) : 0.0;
 }
 
+// num / den >= 20 as the division gives it: over a zero den the ratio is
+// infinite when num is above zero (a place subtracted down to the noise is
+// skipped), no number when num is zero too (fitted).
+bool twenty_times(double num, double den) {
+    if (den == 0.0) return num > 0.0;
+    return num / den >= 20.0;
+}
+
 std::array<double, AVERAGINE_WIDTH> pattern_of(double mz, int charge, const AveragineTable& table, const Spectrum& s,
                                                const ModelSettings& model, int* length, int* top) {
     std::array<double, AVERAGINE_WIDTH> p{};
@@ -125,6 +135,55 @@ double thrash_first_noise(const Spectrum& s) {
     return squares[squares.size() / 2];
 }
 
+namespace {
+
+// The points of many m/z at once; each is the value One_mass_topt gives alone.
+struct PointBatch {
+    std::vector<double> mz, pt;
+    void clear() { mz.clear(); }
+    std::size_t add(double m) {
+        mz.push_back(m);
+        return mz.size() - 1;
+    }
+    void convert(const Spectrum& s) {
+        pt.resize(mz.size());
+        One_mass_topt(s, std::span<const double>(mz), std::span<double>(pt));
+    }
+};
+
+// Axis reads on points already converted; the same rules as Axis::at,
+// Axis::interp_at and Axis::max_in.
+double at_point(const std::vector<float>& v, long n, double p) {
+    if (!std::isfinite(p)) return 0.0;
+    const long i = std::lround(p);
+    return i < 0 || i >= n ? 0.0 : v[static_cast<std::size_t>(i)];
+}
+
+double interp_point(const std::vector<float>& v, long n, double p) {
+    if (!std::isfinite(p) || p < 0 || p > n - 1) return 0.0;
+    const long i = static_cast<long>(std::floor(p));
+    if (i >= n - 1) return v[static_cast<std::size_t>(n - 1)];
+    const double f = p - i;
+    return v[static_cast<std::size_t>(i)] * (1.0 - f) + v[static_cast<std::size_t>(i + 1)] * f;
+}
+
+// a: the point of the upper m/z, b: of the lower.
+double max_between_points(const std::vector<float>& v, long n, double a, double b) {
+    if (!std::isfinite(a) || !std::isfinite(b) || n == 0) return 0.0;
+    if (a > b) std::swap(a, b);
+    long ia = static_cast<long>(std::ceil(a)), ib = static_cast<long>(std::floor(b));
+    if (ib < 0 || ia > n - 1) return 0.0;
+    const long hi = std::max(0L, n - 1);
+    ia = std::clamp(ia, 0L, hi);
+    ib = std::clamp(ib, 0L, hi);
+    if (ia > ib) return v[static_cast<std::size_t>(std::clamp(std::lround((a + b) / 2), 0L, hi))];
+    float best = v[static_cast<std::size_t>(ia)];
+    for (long i = ia + 1; i <= ib; ++i) best = std::max(best, v[static_cast<std::size_t>(i)]);
+    return best;
+}
+
+}  // namespace
+
 MatchResult match(const Spectrum& s, const std::vector<float>& work, double noise, double /*floor*/, double sigma,
                   double min_s2n, int charge, int quick, double start_mz, double end_mz, const double* pattern_in,
                   const ModelSettings& model) {
@@ -169,44 +228,88 @@ MatchResult match(const Spectrum& s, const std::vector<float>& work, double nois
     r.fom.assign(static_cast<std::size_t>(last_point - r.first_point + 1), 0.0);
     std::vector<double> scales(r.fom.size(), 0.0);
 
+    // The isotopes that take part at a mass: those the harmonic limit lets
+    // through (the limit only rises with the mass; it is kept per count of
+    // thousands, summed the same way as for one position).
+    long harmonic_n = -1;
+    double harmonic = 0.0;
+
     constexpr int TRIALS = 11;
+    std::array<double, TRIALS> trial{};
+    for (int j = 0; j < TRIALS; ++j) trial[j] = 0.75 + 0.05 * j;
+    const long n = ax.n;
+    PointBatch iso, rest;
+    std::vector<int> counted;
+    counted.reserve(static_cast<std::size_t>(last + 1));
     const long steps = static_cast<long>(std::ceil((end_mz - start_mz) / step));
     for (long si = 0; si < steps; ++si) {
         const double pos = start_mz + si * step;
         if (!(pos < end_mz)) break;
         const double neutral = charge * pos - charge * THRASH_PROTON;
+        // Each m/z below is converted to its point once, all of a position at once.
+        iso.clear();
+        for (int k = 0; k <= last; ++k) iso.add(pos + k * d);
+        iso.convert(s);
         double best_s2n = -1e300;
-        for (int k = 0; k <= last; ++k) best_s2n = std::max(best_s2n, s2n_of(ax.at(work, pos + k * d), noise, sigma));
+        for (int k = 0; k <= last; ++k) best_s2n = std::max(best_s2n, s2n_of(at_point(work, n, iso.pt[k]), noise, sigma));
         if (!(best_s2n > min_s2n)) continue;
         const double ma_pos = pos + top * d;
-        double peak = ax.max_in(work, ma_pos - d / 2, ma_pos + d / 2).first;
+        rest.clear();
+        const std::size_t w0 = rest.add(ma_pos + d / 2), w1 = rest.add(ma_pos - d / 2);
+        std::size_t w2 = 0, w3 = 0, w4 = 0, w5 = 0;
+        if (top > 0) {
+            w2 = rest.add(ma_pos - d / 2);
+            w3 = rest.add(ma_pos - d - d / 2);
+            w4 = rest.add(ma_pos + d + d / 2);
+            w5 = rest.add(ma_pos + d / 2);
+        }
+        const std::size_t before = rest.add(pos - d);
+        const std::size_t at_ma = rest.add(ma_pos);
+        if (static_cast<long>(neutral / 1000.0) != harmonic_n) {
+            harmonic_n = static_cast<long>(neutral / 1000.0);
+            harmonic = 0.0;
+            for (long j = 1; j <= harmonic_n; ++j) harmonic += 0.1 / static_cast<double>(j);
+        }
+        counted.clear();
+        for (int k = 0; k <= last; ++k)
+            if (!(pattern[k] < harmonic * pmax)) counted.push_back(k);
+        const std::size_t mids = rest.mz.size();
+        for (int k : counted) {
+            const double mid = pos + (k + 0.5) * d;
+            rest.add(mid + d / 6);
+            rest.add(mid - d / 6);
+        }
+        rest.convert(s);
+        double peak = max_between_points(work, n, rest.pt[w0], rest.pt[w1]);
         if (top > 0)
-            peak = (peak + ax.max_in(work, ma_pos - d - d / 2, ma_pos - d / 2).first +
-                    ax.max_in(work, ma_pos + d / 2, ma_pos + d + d / 2).first) / 3.0;
-        double harmonic = 0.0;
-        for (long j = 1; j <= static_cast<long>(neutral / 1000.0); ++j) harmonic += 0.1 / static_cast<double>(j);
+            peak = (peak + max_between_points(work, n, rest.pt[w2], rest.pt[w3]) +
+                    max_between_points(work, n, rest.pt[w4], rest.pt[w5])) / 3.0;
         const double scale = (peak - noise) / pmax;
         if (!(scale > 0.0)) continue;
+        // No trial whose largest model height stands above min_s2n: no merit here.
+        // (The largest height of a trial is at most its scale times pmax.)
+        bool any = false;
+        for (int j = 0; j < TRIALS; ++j) any = any || (scale * trial[j]) * pmax / (2.0 * sigma) > min_s2n;
+        if (!any) continue;
         std::array<double, TRIALS> first{}, between{}, diff{}, biggest{};
-        const double v_before = ax.at(work, pos - d) - noise;
+        const double v_before = at_point(work, n, rest.pt[before]) - noise;
         for (int j = 0; j < TRIALS; ++j) {
-            const double t = v_before / (scale * (0.75 + 0.05 * j));
+            const double t = v_before / (scale * trial[j]);
             first[j] = t * t;
         }
         bool skip = false;
         double count = 0.0, sum_sq = 0.0;
-        for (int k = 0; k <= last; ++k) {
+        for (std::size_t ci = 0; ci < counted.size(); ++ci) {
+            const int k = counted[ci];
             const double pk = pattern[k];
-            if (pk < harmonic * pmax) continue;
-            const double v = ax.interp_at(work, pos + k * d) - noise;
-            const double mid = pos + (k + 0.5) * d;
-            const double bv = ax.max_in(work, mid - d / 6, mid + d / 6).first;
+            const double v = interp_point(work, n, iso.pt[static_cast<std::size_t>(k)]) - noise;
+            const double bv = max_between_points(work, n, rest.pt[mids + 2 * ci], rest.pt[mids + 2 * ci + 1]);
             if ((k == 1 || k == 2) && neutral < 1500.0 && s2n_of(v + noise, noise, sigma) < 1.5) {
                 skip = true;
                 continue;
             }
             for (int j = 0; j < TRIALS; ++j) {
-                const double sc = scale * (0.75 + 0.05 * j);
+                const double sc = scale * trial[j];
                 const double b = (bv - noise) / sc;
                 between[j] += b * b;
                 const double e = pk - v / sc;
@@ -227,13 +330,15 @@ MatchResult match(const Spectrum& s, const std::vector<float>& work, double nois
             const double merit = count / terms;
             if (merit > best) {
                 best = merit;
-                best_scale = scale * (0.75 + 0.05 * j);
+                best_scale = scale * trial[j];
             }
         }
         if (best < 0.0) continue;
         double fom = best - count / sum_sq;
         if (fom < 0.0 || skip) fom = 0.0;
-        const long pt = std::lround(ax.pt(ma_pos));
+        const double pma = rest.pt[at_ma];
+        if (!std::isfinite(pma)) continue;
+        const long pt = std::lround(pma);
         if (pt < r.first_point || pt > last_point) continue;
         const std::size_t at = static_cast<std::size_t>(pt - r.first_point);
         if (fom > r.fom[at]) {
@@ -317,7 +422,7 @@ double Scan::peak_find(double s2n, double mass, double peak_mz, double peak_heig
     }
     // A place already subtracted leaves a residue twenty times below the data.
     const double raw = ax_.max_in(s_.data, mass, mass + 1.0).first;
-    if (peak_height - noise != 0.0 && (raw - noise) / (peak_height - noise) >= 20.0) return mass + 1.0;
+    if (twenty_times(raw - noise, peak_height - noise)) return mass + 1.0;
     if (!fit_at(peak_mz, 0, 0.0, 0.0)) return mass + 1.0;
     return std::max(p_.low_mass, mass - 3.0);
 }
@@ -365,6 +470,7 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
     const double rl0 = convert_FOM_to_RL(m0.best_fom, z0);
     if (rl0 < 0.9 && forced_charge <= 0) {
         ++r_.all_charge_passes;
+        const auto pass_start = std::chrono::steady_clock::now();
         int max_charge = p_.max_charge;
         if (p_.max_mass > 0.0 && p_.max_mass < max_charge * peak_mz - max_charge * THRASH_PROTON)
             max_charge = static_cast<int>(std::floor(p_.max_mass / peak_mz));
@@ -384,7 +490,7 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
             const double centre = (clo + chi) / 2.0;
             const double work_s2n = s2n_of(ax_.at(s_.data2, centre), noise, sigma);
             const double raw_s2n = s2n_of(ax_.at(s_.data, centre), noise, sigma);
-            if (work_s2n != 0.0 && raw_s2n / work_s2n >= 20.0) {
+            if (twenty_times(raw_s2n, work_s2n)) {
                 wc.fom = 0.0;
             } else {
                 const MatchResult mc = fit(peak_mz, c, clo, chi);
@@ -395,6 +501,7 @@ bool Scan::fit_at(double peak_mz, int forced_charge, double low_mz, double high_
             by_charge[i] = wc;
         });
         r_.fits += static_cast<int>(by_charge.size());
+        r_.all_charge_seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - pass_start).count();
         for (const Winner& wc : by_charge)
             if (wc.fom > best.fom) best = wc;  // the first one in a tie
         if (best.charge == 1 && p_.min_charge == 1) {
@@ -478,9 +585,10 @@ void Scan::subtract(const ThrashPeak& tp) {
         while (r < n - 1 && w[static_cast<std::size_t>(r + 1)] > half) ++r;
         while (r < n - 2 && sum3(r + 1) < sum3(r)) ++r;
         touched.emplace_back(l, r);
+        const bool whole = p_.clean_residues && h - noise >= 0.5 * (mx - noise);
         for (long i = l; i <= r; ++i) {
             float& v = w[static_cast<std::size_t>(i)];
-            const double shape = v / mx * (h - noise);
+            const double shape = whole ? v : v / mx * (h - noise);
             v = v - shape < 0.0 ? static_cast<float>(noise) : static_cast<float>(v - shape);
             if (v < noise) v = static_cast<float>(noise);
         }
@@ -506,10 +614,20 @@ void Scan::report(const Winner& w) {
     tp.rl_text = rl_text(tp.rl);
     tp.all_charges = w.all;
     tp.second_charge_score = w.second;
-    // Refined: the top interpolated by a parabola through the three points.
-    const long p = w.point;
-    double top_mz = w.mz;
+    // Refined: the top interpolated by a parabola through the three points
+    // about the data's own maximum (the best fit may sit a point beside it).
     const std::vector<float>& d = s_.data;
+    long p = w.point;
+    for (int climb = 0; climb < 3 && p > 0 && p < ax_.n - 1; ++climb) {
+        const float here = d[static_cast<std::size_t>(p)];
+        if (d[static_cast<std::size_t>(p - 1)] > here && d[static_cast<std::size_t>(p - 1)] >= d[static_cast<std::size_t>(p + 1)])
+            --p;
+        else if (d[static_cast<std::size_t>(p + 1)] > here)
+            ++p;
+        else
+            break;
+    }
+    double top_mz = ax_.mz(static_cast<double>(p));
     if (p > 0 && p < ax_.n - 1) {
         const double y0 = d[static_cast<std::size_t>(p - 1)], y1 = d[static_cast<std::size_t>(p)],
                      y2 = d[static_cast<std::size_t>(p + 1)];

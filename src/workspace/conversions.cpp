@@ -444,6 +444,15 @@ double One_mass_topt(const Spectrum& s, double mass) {
     return mass_to_point(s, mass, BRUKER_CT_ONE_MASS_TOPT);
 }
 
+void One_mass_topt(const Spectrum& s, std::span<const double> masses, std::span<double> points) {
+    if (s.caltype != CALTYPE_TWO_TERM && s.caltype != CALTYPE_THREE_TERM && s.caltype != CALTYPE_WALKING &&
+        s.caltype != CALTYPE_INSTRUMENT) {
+        std::fill(points.begin(), points.begin() + static_cast<long>(std::min(masses.size(), points.size())), 0.0);
+        return;
+    }
+    masses_to_points(s, masses, points, BRUKER_CT_ONE_MASS_TOPT);
+}
+
 double Time_topt(const AnalysisPanel& panel, double seconds) {
     return std::round(std::ceil(2.0 * seconds * panel.spectrum.dbandwidth));
 }

@@ -34,6 +34,9 @@ double SPt_tomass(const Spectrum& s, double point);
 double SMass_toPt(const Spectrum& s, double mass);
 double One_pt_tomass(const Spectrum& s, double point);
 double One_mass_topt(const Spectrum& s, double mass);
+// The same for many masses at once, value for value identical to the single form
+// (the law is chosen once for the array).
+void One_mass_topt(const Spectrum& s, std::span<const double> masses, std::span<double> points);
 
 // Point of a time in seconds on a panel's spectrum: round(ceil(2 t bw)).
 double Time_topt(const AnalysisPanel& panel, double seconds);

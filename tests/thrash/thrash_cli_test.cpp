@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <map>
 #include <set>
 
 #include <nlohmann/json.hpp>
@@ -128,6 +129,23 @@ TEST(ThrashCli, AllZeroDataAndAStopKeepTheirClusters) {
     EXPECT_TRUE(r.aborted);
     EXPECT_TRUE(s.data2.empty());
 }
+
+// --clean-residues reaches the scan: the literal subtraction reports the two
+// charge states and what it left of them; the clean one the states alone.
+TEST(ThrashCli, CleanResiduesReportsNoMoreThanTheLiteralScan) {
+    Sim& s = sim();
+    std::map<bool, nlohmann::json> runs;
+    for (bool clean : {false, true}) {
+        const auto r = test::run_cli(s.home, "thrash " + s.dat + " --low-mass 900 --high-mass 1100 --json" +
+                                                 std::string(clean ? " --clean-residues" : ""));
+        ASSERT_EQ(r.status, 0) << r.err;
+        runs[clean] = nlohmann::json::parse(r.out);
+    }
+    const int literal = runs[false]["clusters"].get<int>(), clean = runs[true]["clusters"].get<int>();
+    EXPECT_GE(clean, 2);
+    EXPECT_LE(clean, literal);
+}
+
 
 }  // namespace
 }  // namespace vx
