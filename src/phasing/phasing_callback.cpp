@@ -238,7 +238,9 @@ int PhasingCallback(Workspace& ws, int data_slot, int background_slot, int blank
     if (background_slot == data_slot || !open(background_slot)) background_slot = -1;
     AnalysisPanel& p = ws.panels[static_cast<std::size_t>(data_slot)];
     Spectrum& s = p.spectrum;
-    if (!real_transient(s)) {
+    // The steps on the transient need one; the modes check their own inputs.
+    const bool transient_steps = v.skip_points != 0 || v.subtract_background || v.autozero_data;
+    if (transient_steps && !real_transient(s)) {
         ui.MessagePopup("Phasing Error", "Only a real (direct or heterodyne) transient can be phased.");
         return -1;
     }
@@ -250,7 +252,7 @@ int PhasingCallback(Workspace& ws, int data_slot, int background_slot, int blank
     // The transient as it was when a step before the transform changes it, so
     // that a failed run leaves the panel's data alone.
     std::optional<Spectrum> before;
-    if (v.skip_points != 0 || v.subtract_background || v.autozero_data) before = s;
+    if (transient_steps) before = s;
     auto fail = [&](int rc) {
         if (before) s = std::move(*before);
         return rc;
