@@ -150,6 +150,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     pv.simple = o.simple;
     pv.iterate_c = o.iterate_c;
     pv.batch = o.transform_only;
+    pv.debug = ctx.ui.verbose;
     if (!o.ask.empty()) {
         // The five answers of the "T2" questions, in their order.
         pv.test2 = true;
