@@ -303,7 +303,12 @@ int PhasingCallback(Workspace& ws, int data_slot, int background_slot, int blank
         AutoZero(v.autozero_data ? &s : nullptr, (v.autozero_excite && excite) ? &*excite : nullptr, e0,
                  v.extra_data_ms * 0.001, v.extra_excite_ms * 0.001);
         if (v.subtract_background) {
-            const long long points = static_cast<long long>(std::ceil(2.0 * e0 * s.dbandwidth));
+            // An excitation longer than the data is refused below; the count is
+            // limited first so that an absurd script cannot overflow it.
+            const double span = std::ceil(2.0 * e0 * s.dbandwidth);
+            const double size = static_cast<double>(s.data.size());
+            const long long points = span > size ? static_cast<long long>(size) + 1
+                                                 : static_cast<long long>(std::max(0.0, span));
             const int rc = SubtractFile(s, *excite, points);
             if (rc == -1) {
                 ui.MessagePopup(PANEL_TITLE,
