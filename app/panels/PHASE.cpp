@@ -106,6 +106,9 @@ PhaseDialog::PhaseDialog(MainWindow& main) : QDialog(&main), main_(main) {
     blank_label_ = new QLabel("No blank file");
     score_ = new QLabel;
     cterm_ = new QLabel;
+    drop_ = new QLabel;
+    a_ = new QLabel;
+    b_ = new QLabel;
     auto* buttons = new QGridLayout;
     auto* blank_button = new QPushButton("Open Blank File...");
     auto* go_button = new QPushButton("GO");
@@ -121,6 +124,9 @@ PhaseDialog::PhaseDialog(MainWindow& main) : QDialog(&main), main_(main) {
     box->addLayout(buttons);
     box->addWidget(score_);
     box->addWidget(cterm_);
+    box->addWidget(drop_);
+    box->addWidget(a_);
+    box->addWidget(b_);
     connect(go_button, &QPushButton::clicked, this, [this] { go(true); });
     connect(go2_button, &QPushButton::clicked, this, [this] { go(false); });
     connect(blank_button, &QPushButton::clicked, this, [this] {
@@ -260,7 +266,13 @@ int PhaseDialog::go(bool extra_point) {
         if (v.manual) show_MPHASE(main_);
     } else if (o.mode == PROCESS_ABSORPTION && !out.inverse_done) {
         score_->setText(QString::fromStdString(fmt::format("PhaseScore {:f}", r.score)));
-        cterm_->setText(QString::fromStdString(fmt::format("C Term {}", r.applied_degrees)));
+        const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+        // "C Shift" when a stored initial constant was part of the phase.
+        const char* cname = s.phaseparams == 1 && s.initialconstant != 0.0 && r.form == "stored" ? "C Shift" : "C Term";
+        cterm_->setText(QString::fromStdString(fmt::format("{} {}", cname, r.applied_degrees)));
+        drop_->setText(QString::fromStdString(fmt::format("Drop {:f}", r.score != 0.0 ? r.drop / r.score : 0.0)));
+        a_->setText(QString::fromStdString(fmt::format("A {:f}", s.sweeprate)));
+        b_->setText(QString::fromStdString(fmt::format("B {:f}", s.delay)));
         if (show_phase_->isChecked()) show_phase(slot, r.model.Cterm);
     }
     if (GraphWindow* g = main_.graph(slot)) g->redraw();

@@ -62,7 +62,7 @@ private:
     QDoubleSpinBox *extra_data_, *extra_excite_, *score_lo_, *score_hi_;
     QSpinBox *skip_points_;
     QSpinBox *truncations_, *zerofills_;
-    QLabel *blank_label_, *score_, *cterm_;
+    QLabel *blank_label_, *score_, *cterm_, *drop_, *a_, *b_;
     int blank_slot_ = -1;
     int background_slot_ = -1;
     int dispersion_slot_ = -1;

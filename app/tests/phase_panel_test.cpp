@@ -84,6 +84,15 @@ int main(int argc, char** argv) {
             CHECK(window.graph(disp) != nullptr);
         }
         CHECK(panel->phase_plot() && panel->phase_plot()->isVisible());
+        {
+            bool drop = false, a = false, b = false;
+            for (QLabel* l : panel->findChildren<QLabel*>()) {
+                drop = drop || l->text().startsWith("Drop ");
+                a = a || l->text() == "A 150.000000";
+                b = b || l->text() == "B 0.000500";
+            }
+            CHECK(drop && a && b);
+        }
         if (panel->phase_plot()) {
             auto* plot = panel->phase_plot()->findChild<QCustomPlot*>();
             CHECK(plot && plot->graph(0)->dataCount() > 100);
