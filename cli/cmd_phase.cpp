@@ -18,6 +18,7 @@
 #include "formats/tulva_reader.hpp"
 #include "phasing/phase_command.hpp"
 #include "phasing/phase_modes.hpp"
+#include "phasing/phasing_callback.hpp"
 #include "workspace/processing.hpp"
 
 namespace vx::cli {
@@ -32,7 +33,28 @@ struct PhaseCliOptions {
     int truncations = 0, zerofills = 1, rephase = 0, threads = 0, polarity = 0;
     double rephase_sn = 3.0, baseline_scaler = 3.0;
     double constant = NAN;
+    // The switches of the expert panel.
+    long long skip_points = 0;
+    std::string background, ask, score_range;
+    bool autozero_data = false, autozero_excite = false, simple = false, iterate_c = false;
+    bool transform_only = false, true_axis = false;
+    double extra_data_ms = 0.0, extra_excite_ms = 0.0;
 };
+
+// "A,B" -> two finite numbers.
+bool parse_pair(const std::string& text, double& a, double& b) {
+    const auto comma = text.find(',');
+    if (comma == std::string::npos) return false;
+    try {
+        std::size_t u1 = 0, u2 = 0;
+        const std::string x = text.substr(0, comma), y = text.substr(comma + 1);
+        a = std::stod(x, &u1);
+        b = std::stod(y, &u2);
+        return u1 == x.size() && u2 == y.size() && std::isfinite(a) && std::isfinite(b);
+    } catch (...) {
+        return false;
+    }
+}
 
 int write_export(Context& ctx, int slot, const std::string& path) {
     Workspace& ws = ctx.ws;
@@ -112,6 +134,36 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         r.terms = t;
     }
     if (std::isfinite(o.constant)) r.constant_degrees = o.constant;
+    if (!o.score_range.empty() && !parse_pair(o.score_range, r.score_lo, r.score_hi)) {
+        ctx.ui.MessagePopup("Operator Error",
+                            fmt::format("--score-range takes two frequencies LO,HI in Hz, not \"{}\".", o.score_range));
+        return 1;
+    }
+    PhasingPanelValues pv;
+    pv.process.mode = PROCESS_ABSORPTION;
+    pv.skip_points = o.skip_points;
+    pv.subtract_background = !o.background.empty();
+    pv.autozero_data = o.autozero_data;
+    pv.autozero_excite = o.autozero_excite;
+    pv.extra_data_ms = o.extra_data_ms;
+    pv.extra_excite_ms = o.extra_excite_ms;
+    pv.simple = o.simple;
+    pv.iterate_c = o.iterate_c;
+    pv.batch = o.transform_only;
+    pv.debug = ctx.ui.verbose;
+    if (!o.ask.empty()) {
+        // The five answers of the "T2" questions, in their order.
+        pv.test2 = true;
+        std::stringstream ss(o.ask);
+        std::string item;
+        while (std::getline(ss, item, ',')) ctx.ui.preset_prompts.push_back(item);
+        if (ctx.ui.preset_prompts.size() != 5) {
+            ctx.ui.MessagePopup("Operator Error",
+                                fmt::format("--ask takes five answers START_KHZ,END_KHZ,RATE,DELAY_MS,T|F, not \"{}\".",
+                                            o.ask));
+            return 1;
+        }
+    }
 
     const int slot = open_any_file(ws, o.file, ctx.ui);
     if (slot < 0) return 1;
@@ -119,12 +171,24 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
     const double relativex = s.relativex;
 
+    if (o.autozero_excite && o.background.empty()) {
+        ctx.ui.MessagePopup("Operator Error", "--autozero-excite works on the --background file.");
+        return 1;
+    }
+    int background = -1;
+    if (!o.background.empty()) {
+        background = open_any_file(ws, o.background, ctx.ui);
+        if (background < 0) return 1;
+        ws.active_panel = slot;
+    }
+
     if (!o.divide.empty()) {
         // Complex division (or the transfer function) by a blank transient.
         const int blank = open_any_file(ws, o.divide, ctx.ui);
         if (blank < 0) return 1;
         PhaseProcessOptions po;
         po.mode = o.transfer ? PROCESS_TRANSFER : PROCESS_COMPLEX_DIVISION;
+        po.true_axis = o.true_axis;
         int second = -1;
         if (phasing_process_command(ws, slot, blank, po, true, ctx.ui, nullptr, &second) < 0) return 1;
         if (!o.out.empty() && write_export(ctx, slot, o.out) < 0) return 1;
@@ -158,9 +222,47 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         return 0;
     }
 
-    PhaseRunResult res;
-    const int rc = phase_command(ws, r, ctx.ui, &res);
+    pv.process.run = r;
+    PhasingOutcome outcome;
+    const int rc = PhasingCallback(ws, slot, background, -1, pv, ctx.ui, &outcome);
     if (rc < 0) return 1;
+    const PhaseRunResult& res = outcome.run;
+    if (o.simple || o.transform_only) {
+        // simple_phase and the transform alone ("B") report their own way.
+        if (!o.out.empty() && write_export(ctx, slot, o.out) < 0) return 1;
+        const SimplePhaseResult& sp = outcome.simple;
+        if (o.json) {
+            nlohmann::json j{{"file", o.file}, {"datacount", s.datacount}, {"hzppt", s.hzppt}};
+            if (o.simple) {
+                j.update({{"form", "simple"},
+                          {"zeroorder", s.Zeroorder},
+                          {"zerodegrees", s.ZeroDegrees},
+                          {"firstorder", s.OptimizedFirstorder},
+                          {"secondorder", s.OptimizedSecondorder},
+                          {"score", sp.score},
+                          {"drop", sp.drop},
+                          {"best_degrees", sp.best_degrees},
+                          {"sweeprate", sp.sweeprate},
+                          {"total_delay", sp.total_delay},
+                          {"band_start", sp.band_start},
+                          {"band_end", sp.band_end}});
+            } else {
+                j["form"] = "transform";
+            }
+            if (!o.out.empty()) j["output"] = o.out;
+            std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
+        } else if (o.simple) {
+            std::cout << fmt::format("Form simple\nZeroorder {:.6f}\nZeroDegrees {}\n", s.Zeroorder, s.ZeroDegrees);
+            std::cout << fmt::format("PhaseScore {:f}\nDrop {:f}\n", sp.score, sp.score != 0.0 ? sp.drop / sp.score : 0.0);
+            std::cout << fmt::format("Sweeprate {:f}\nTotal_delay {:f}\n", sp.sweeprate, sp.total_delay);
+            std::cout << fmt::format("Band {} to {}\n", sp.band_start, sp.band_end);
+            if (!o.out.empty()) std::cout << fmt::format("wrote {}\n", o.out);
+        } else {
+            std::cout << fmt::format("Transform only: {} points, {} Hz per point\n", s.datacount, s.hzppt);
+            if (!o.out.empty()) std::cout << fmt::format("wrote {}\n", o.out);
+        }
+        return 0;
+    }
 
     if (!o.out.empty() && write_export(ctx, slot, o.out) < 0) return 1;
     if (!o.save_vfd.empty() && save_frequency_file(ctx, s, o.save_vfd, o.file, false, o.exact_count) < 0) return 1;
@@ -280,6 +382,24 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_flag("--transfer", o->transfer, "With --divide: the transfer function, magnitude to -o, phase (rad) to --dispersion");
     sub->add_option("--threads", o->threads, "Score workers (default: twice the processors, at most 4)")
         ->check(CLI::Range(1, 8));
+    sub->add_option("--skip-points", o->skip_points, "Skip Data Points: drop this many leading samples (keeps half)")
+        ->check(CLI::Range(0LL, 1LL << 31));
+    sub->add_option("--background", o->background,
+                    "Subtract Background File: this transient (same length) up to the end of the excitation");
+    sub->add_flag("--autozero-data", o->autozero_data, "Auto Zero Data File: blank the excitation period");
+    sub->add_flag("--autozero-excite", o->autozero_excite,
+                  "Auto Zero Excite File: keep only the excitation period of the --background file");
+    sub->add_option("--extra-data", o->extra_data_ms, "Extra Time (ms) of --autozero-data");
+    sub->add_option("--extra-excite", o->extra_excite_ms, "Extra Time (ms) of --autozero-excite");
+    sub->add_flag("--simple", o->simple, "Simple: simple_phase (its own window; C = -+45 degrees)");
+    sub->add_flag("--iterate-c", o->iterate_c, "With --simple: search C in 360 one-degree steps");
+    sub->add_flag("--transform-only", o->transform_only, "B: stop after the phased transform (the real part)");
+    sub->add_option("--ask", o->ask,
+                    "T2: the excitation given instead of the script, as the answers "
+                    "START_KHZ,END_KHZ,RATE_HZ_PER_US,DELAY_MS,T|F (extra point)");
+    sub->add_option("--score-range", o->score_range, "Score Freq Range: LO,HI in Hz instead of the excited band");
+    sub->add_flag("--true-axis", o->true_axis,
+                  "With --transfer: frequency step 2 BW / count (the samples') instead of TransferFunction's BW / count");
     sub->add_flag("--overwrite", o->overwrite, "Answer yes when asked to overwrite an existing .xy.bin file");
     sub->add_flag("--json", o->json, "Print the terms found as one JSON object");
     sub->callback([&ctx, o] { ctx.exit_code = run_phase(ctx, *o); });

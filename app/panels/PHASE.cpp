@@ -5,11 +5,13 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDoubleSpinBox>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QGridLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QSignalBlocker>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
@@ -17,18 +19,31 @@
 
 #include <fmt/format.h>
 
+#include "MPHASE.hpp"
 #include "main_window.hpp"
 #include "phasing/phase_modes.hpp"
+#include "phasing/phasing_callback.hpp"
 #include "qt_ui.hpp"
 
 namespace vx {
 
 namespace {
 
-QCheckBox* check(QFormLayout* form, const char* label) {
+QCheckBox* check(QFormLayout* form, const char* label, const char* name = nullptr) {
     auto* c = new QCheckBox;
+    if (name) c->setObjectName(name);
     form->addRow(label, c);
     return c;
+}
+
+QDoubleSpinBox* number(QFormLayout* form, const char* label, const char* name, double lo, double hi, double value) {
+    auto* b = new QDoubleSpinBox;
+    b->setObjectName(name);
+    b->setRange(lo, hi);
+    b->setDecimals(2);
+    b->setValue(value);
+    form->addRow(label, b);
+    return b;
 }
 
 }  // namespace
@@ -45,29 +60,55 @@ PhaseDialog::PhaseDialog(MainWindow& main) : QDialog(&main), main_(main) {
     form->addRow("Process Control", process_);
     apod_ = new QComboBox;
     apod_->addItems({"None", "Hanning", "Hamming", "Blackman-Harris"});
+    apod_->setObjectName("APOD");
     form->addRow("Apodization", apod_);
-    zero_dc_ = check(form, "Zero DC Offset");
+    apod_first_ = check(form, "Apodize Before Phasing", "APODFIRST");
+    apod_first_->setChecked(true);
+    zero_dc_ = check(form, "Zero DC Offset", "BASELINE");
     truncations_ = new QSpinBox;
     truncations_->setRange(0, 20);
     form->addRow("Truncations", truncations_);
     zerofills_ = new QSpinBox;
     zerofills_->setRange(0, 4);
     form->addRow("Zerofills", zerofills_);
-    exclude_ = check(form, "Exclude Excite from Apod");
-    roll_ = check(form, "Correct Baseline Roll");
-    dispersion_ = check(form, "Display Dispersion Data");
-    harmonic3_ = check(form, "Phase 3 Omega");
-    analytical_ = check(form, "Analytical Solution Only");
-    feng_ = check(form, "Feng's Algorithm");
-    feng_polarity_ = check(form, "Feng's Polarity");
-    special_ = check(form, "Special");
-    test_ = check(form, "T");
-    show_phase_ = check(form, "Show Phase");
-    close_ = check(form, "Close Panel ?");
+    exclude_ = check(form, "Exclude Excite from Apod", "ESWITCH");
+    basefile_ = check(form, "Subtract Background File", "BASEFILE");
+    autozero_det_ = check(form, "Auto Zero Data File", "AUTOZERO_DET");
+    extra_data_ = number(form, "Extra Time (ms)", "XTRA_DATA", -1000.0, 1000.0, 0.0);
+    autozero_ex_ = check(form, "Auto Zero Excite File", "AUTOZERO_EX");
+    extra_excite_ = number(form, "Extra Time (ms)", "XTRA_EXCITE", -1000.0, 1000.0, 0.0);
+    skip_points_ = new QSpinBox;
+    skip_points_->setObjectName("SKIPPOINTS");
+    skip_points_->setRange(0, 1 << 30);
+    form->addRow("Skip Data Points", skip_points_);
+    roll_ = check(form, "Correct Baseline Roll", "ROLLCORRECT");
+    dispersion_ = check(form, "Display Dispersion Data", "DISPERSION");
+    zoom_excite_ = check(form, "Zoom to Excite Conditions", "PROCESSEXCITE");
+    harmonic3_ = check(form, "Phase 3 Omega", "3OMEGA");
+    analytical_ = check(form, "Analytical Solution Only", "ANALYTICAL");
+    feng_ = check(form, "Feng's Algorithm", "FENGSWAY");
+    feng_polarity_ = check(form, "Feng's Polarity", "FENGSCTERM");
+    special_ = check(form, "Special", "SPECIAL");
+    simple_ = check(form, "Simple", "SIMPLE");
+    iterate_c_ = check(form, "Iterate C ", "ITERATEC");
+    inverse_ = check(form, "I", "INVERSE");
+    manual_ = check(form, "M", "MANUAL");
+    batch_ = check(form, "B", "BATCH");
+    test_ = check(form, "T", "TEST");
+    test2_ = check(form, "T2", "TEST_2");
+    score_lo_ = number(form, "Score Freq Range", "SCORE_LO", -1.0, 1e9, -1.0);
+    score_hi_ = number(form, "", "SCORE_HI", -1.0, 1e9, -1.0);
+    show_phase_ = check(form, "Show Phase", "SHOWPHASE");
+    debug_ = check(form, "Debug", "DEBUG");
+    close_ = check(form, "Close Panel ?", "CLOSE");
+    connect(basefile_, &QCheckBox::toggled, this, [this](bool on) { basefile_toggled(on); });
 
     blank_label_ = new QLabel("No blank file");
     score_ = new QLabel;
     cterm_ = new QLabel;
+    drop_ = new QLabel;
+    a_ = new QLabel;
+    b_ = new QLabel;
     auto* buttons = new QGridLayout;
     auto* blank_button = new QPushButton("Open Blank File...");
     auto* go_button = new QPushButton("GO");
@@ -83,6 +124,9 @@ PhaseDialog::PhaseDialog(MainWindow& main) : QDialog(&main), main_(main) {
     box->addLayout(buttons);
     box->addWidget(score_);
     box->addWidget(cterm_);
+    box->addWidget(drop_);
+    box->addWidget(a_);
+    box->addWidget(b_);
     connect(go_button, &QPushButton::clicked, this, [this] { go(true); });
     connect(go2_button, &QPushButton::clicked, this, [this] { go(false); });
     connect(blank_button, &QPushButton::clicked, this, [this] {
@@ -109,7 +153,73 @@ PhaseProcessOptions PhaseDialog::options(bool extra_point) const {
     r.test = test_->isChecked();
     r.extra_point = extra_point;
     r.dispersion = dispersion_->isChecked();
+    r.apodize_first = apod_first_->isChecked();
+    r.score_lo = score_lo_->value();
+    r.score_hi = score_hi_->value();
     return o;
+}
+
+PhasingPanelValues PhaseDialog::values(bool extra_point) const {
+    PhasingPanelValues v;
+    v.process = options(extra_point);
+    v.dispersion = dispersion_->isChecked();
+    v.simple = simple_->isChecked();
+    v.iterate_c = iterate_c_->isChecked();
+    v.skip_points = skip_points_->value();
+    v.subtract_background = basefile_->isChecked();
+    v.autozero_data = autozero_det_->isChecked();
+    v.autozero_excite = autozero_ex_->isChecked();
+    v.extra_data_ms = extra_data_->value();
+    v.extra_excite_ms = extra_excite_->value();
+    v.inverse = inverse_->isChecked();
+    v.manual = manual_->isChecked();
+    v.batch = batch_->isChecked();
+    v.test2 = test2_->isChecked();
+    v.zoom_excite = zoom_excite_->isChecked();
+    v.debug = debug_->isChecked();
+    return v;
+}
+
+void PhaseDialog::basefile_toggled(bool on) {
+    if (!on) {
+        close_background();
+        return;
+    }
+    if (background_slot_ >= 0) return;
+    // OpenSubtractFile: the background transient; cancelled, the switch goes back off.
+    const QString path = QFileDialog::getOpenFileName(this, "Open TULVA Background File", {}, "*.dat *.dat.Z *.*");
+    if (path.isEmpty() || open_background(path.toStdString()) < 0) {
+        const QSignalBlocker block(basefile_);
+        basefile_->setChecked(false);
+    }
+}
+
+int PhaseDialog::open_background(const std::string& path) {
+    Workspace& ws = main_.workspace();
+    const int data = ws.active_panel;
+    const int slot = main_.open_file(path);
+    if (slot < 0) return -1;
+    background_slot_ = slot;
+    {
+        const QSignalBlocker block(basefile_);
+        basefile_->setChecked(true);
+    }
+    if (data >= 0) ws.active_panel = data;
+    return slot;
+}
+
+void PhaseDialog::close_background() {
+    const int slot = background_slot_;
+    background_slot_ = -1;
+    {
+        const QSignalBlocker block(basefile_);
+        basefile_->setChecked(false);
+    }
+    Workspace& ws = main_.workspace();
+    if (slot < 0 || slot >= MAX_PANELS || ws.panels[static_cast<std::size_t>(slot)].active == 0) return;
+    const int data = ws.active_panel;
+    main_.close_slot(slot);
+    if (data != slot && data >= 0 && ws.panels[static_cast<std::size_t>(data)].active) ws.active_panel = data;
 }
 
 int PhaseDialog::open_blank(const std::string& path) {
@@ -131,17 +241,38 @@ void PhaseDialog::set_show_phase(bool on) { show_phase_->setChecked(on); }
 int PhaseDialog::go(bool extra_point) {
     Workspace& ws = main_.workspace();
     const int slot = ws.active_panel;
-    const PhaseProcessOptions o = options(extra_point);
-    PhaseRunResult r;
+    const PhasingPanelValues v = values(extra_point);
+    const PhaseProcessOptions& o = v.process;
+    PhasingOutcome out;
     QApplication::setOverrideCursor(Qt::WaitCursor);
-    const int rc = phasing_process_command(ws, slot, blank_slot_, o, o.run.dispersion, main_.ui(), &r, &dispersion_slot_);
+    const int rc = PhasingCallback(ws, slot, background_slot_, blank_slot_, v, main_.ui(), &out);
     QApplication::restoreOverrideCursor();
+    dispersion_slot_ = out.dispersion_slot;
     main_.sync_windows();
     if (rc < 0) return rc;
     ws.active_panel = slot;
-    if (o.mode == PROCESS_ABSORPTION) {
+    // The background is subtracted once: its switch goes off, its window stays.
+    if (out.background_used) {
+        const QSignalBlocker block(basefile_);
+        basefile_->setChecked(false);
+    }
+    if (out.inverse_done) inverse_->setChecked(false);
+    const PhaseRunResult& r = out.run;
+    if (v.simple) {
+        score_->setText(QString::fromStdString(fmt::format("Sweeprate {:f}", out.simple.sweeprate)));
+        cterm_->setText(QString::fromStdString(fmt::format("Total_delay {:f}", out.simple.total_delay)));
+    } else if (out.stopped_after_transform) {
+        // "M": the manual panel rotates the spectrum from here.
+        if (v.manual) show_MPHASE(main_);
+    } else if (o.mode == PROCESS_ABSORPTION && !out.inverse_done) {
         score_->setText(QString::fromStdString(fmt::format("PhaseScore {:f}", r.score)));
-        cterm_->setText(QString::fromStdString(fmt::format("C Term {}", r.applied_degrees)));
+        const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+        // "C Shift" when a stored initial constant was part of the phase.
+        const char* cname = s.phaseparams == 1 && s.initialconstant != 0.0 && r.form == "stored" ? "C Shift" : "C Term";
+        cterm_->setText(QString::fromStdString(fmt::format("{} {}", cname, r.applied_degrees)));
+        drop_->setText(QString::fromStdString(fmt::format("Drop {:f}", r.score != 0.0 ? r.drop / r.score : 0.0)));
+        a_->setText(QString::fromStdString(fmt::format("A {:f}", s.sweeprate)));
+        b_->setText(QString::fromStdString(fmt::format("B {:f}", s.delay)));
         if (show_phase_->isChecked()) show_phase(slot, r.model.Cterm);
     }
     if (GraphWindow* g = main_.graph(slot)) g->redraw();

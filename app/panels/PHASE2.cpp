@@ -17,6 +17,7 @@
 
 #include "main_window.hpp"
 #include "phasing/phase_command.hpp"
+#include "phasing/phasing_callback.hpp"
 #include "qt_ui.hpp"
 
 namespace vx {
@@ -34,6 +35,7 @@ struct Phase2Controls {
     QCheckBox* extra;
     QComboBox* baseline;
     QCheckBox* show_phase;
+    QCheckBox* zoom_excite;
     QLabel* score;
     QLabel* cterm;
     QLabel* drop;
@@ -64,7 +66,15 @@ void run(MainWindow& w, const Phase2Controls& c) {
     QApplication::restoreOverrideCursor();
     w.sync_windows();
     if (rc < 0) return;
-    const Spectrum& s = ws.panels[static_cast<std::size_t>(slot)].spectrum;
+    AnalysisPanel& p = ws.panels[static_cast<std::size_t>(slot)];
+    const Spectrum& s = p.spectrum;
+    long long lo = 0, hi = 0;
+    if (c.zoom_excite->isChecked() && excite_band_points(s, o.harmonic3 ? 3.0 : 1.0, lo, hi)) {
+        p.prevmin = p.xmin;
+        p.prevmax = p.xmax;
+        p.xmin = static_cast<double>(lo);
+        p.xmax = static_cast<double>(hi);
+    }
     c.score->setText(QString::fromStdString(fmt::format("PhaseScore {:.8e}", r.score)));
     c.cterm->setText(QString::fromStdString(fmt::format("C Term {}", r.applied_degrees)));
     c.drop->setText(QString::fromStdString(fmt::format("Drop {:f}", r.score != 0.0 ? r.drop / r.score : 0.0)));
@@ -109,6 +119,9 @@ void show_PHASE2(MainWindow& window) {
     form->addRow("Zerofills", c->zerofills);
     c->roll = new QCheckBox;
     form->addRow("Correct Baseline Roll", c->roll);
+    c->zoom_excite = new QCheckBox;
+    c->zoom_excite->setObjectName("PROCESSEXCITE");
+    form->addRow("Zoom to Excite Conditions", c->zoom_excite);
     c->harmonic3 = new QCheckBox;
     form->addRow("Phase 3 Omega", c->harmonic3);
     c->initial = new QCheckBox;

@@ -1,7 +1,14 @@
 // The expert phasing panel "Phasing the Data" driven offscreen: absorption
 // with the dispersion in its own window and the "Show Phase" plot, then a
-// complex division of a data transient by a blank of the same ions.
+// complex division of a data transient by a blank of the same ions; then the
+// switches: zoom to the excitation, "Simple", "M" (the manual panel over the
+// transform), "I" (reset after the run), the background file (its switch off
+// after one subtraction), "T2" unattended, and the transfer function's axis.
 #include <QApplication>
+#include <QCheckBox>
+#include <QDoubleSpinBox>
+#include <QLabel>
+#include <QSpinBox>
 
 #include <qcustomplot.h>
 
@@ -77,6 +84,15 @@ int main(int argc, char** argv) {
             CHECK(window.graph(disp) != nullptr);
         }
         CHECK(panel->phase_plot() && panel->phase_plot()->isVisible());
+        {
+            bool drop = false, a = false, b = false;
+            for (QLabel* l : panel->findChildren<QLabel*>()) {
+                drop = drop || l->text().startsWith("Drop ");
+                a = a || l->text() == "A 150.000000";
+                b = b || l->text() == "B 0.000500";
+            }
+            CHECK(drop && a && b);
+        }
         if (panel->phase_plot()) {
             auto* plot = panel->phase_plot()->findChild<QCustomPlot*>();
             CHECK(plot && plot->graph(0)->dataCount() > 100);
@@ -102,6 +118,117 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "median quotient %.4f\n", median);
         CHECK(std::fabs(median - 2.0f) < 0.05f);
         CHECK(panel->dispersion_slot() > 0);  // division always shows its imaginary part
+
+        auto box = [&](const char* name) { return panel->findChild<QCheckBox*>(name); };
+        for (const char* name : {"APODFIRST", "BASEFILE", "AUTOZERO_DET", "AUTOZERO_EX", "PROCESSEXCITE", "SIMPLE",
+                                 "ITERATEC", "INVERSE", "MANUAL", "BATCH", "TEST", "TEST_2", "DEBUG"})
+            CHECK(box(name) != nullptr);
+        CHECK(panel->findChild<QSpinBox*>("SKIPPOINTS") != nullptr);
+        CHECK(panel->findChild<QDoubleSpinBox*>("SCORE_LO") && panel->findChild<QDoubleSpinBox*>("SCORE_LO")->value() == -1.0);
+        CHECK(panel->findChild<QDoubleSpinBox*>("SCORE_HI") && panel->findChild<QDoubleSpinBox*>("SCORE_HI")->value() == -1.0);
+        CHECK(box("APODFIRST") && box("APODFIRST")->isChecked());
+        auto fresh_data = [&] {
+            const int n = window.open_file(data);
+            CHECK(n >= 0);
+            ws.active_panel = n;
+            return n;
+        };
+        panel->set_mode(vx::PROCESS_ABSORPTION);
+
+        // Zoom to the excited band (20 to 500 kHz of the simulator's chirp).
+        {
+            const int n = fresh_data();
+            box("PROCESSEXCITE")->setChecked(true);
+            CHECK(panel->go(false) == 0);
+            const vx::AnalysisPanel& p = ws.panels[static_cast<std::size_t>(n)];
+            CHECK(std::fabs(p.xmin - std::floor(20000.0 / p.spectrum.hzppt)) < 0.5);
+            CHECK(std::fabs(p.xmax - std::ceil(500000.0 / p.spectrum.hzppt)) < 0.5);
+            box("PROCESSEXCITE")->setChecked(false);
+            window.close_slot(n);
+        }
+        // "Simple" with "Iterate C ": the labels of simple_phase.
+        {
+            const int n = fresh_data();
+            box("SIMPLE")->setChecked(true);
+            box("ITERATEC")->setChecked(true);
+            CHECK(panel->go(false) == 0);
+            CHECK(ws.panels[static_cast<std::size_t>(n)].spectrum.domain != vx::DOMAIN_TIME);
+            bool sweep_label = false;
+            for (QLabel* l : panel->findChildren<QLabel*>())
+                if (l->text().startsWith("Sweeprate ")) sweep_label = true;
+            CHECK(sweep_label);
+            box("SIMPLE")->setChecked(false);
+            box("ITERATEC")->setChecked(false);
+            window.close_slot(n);
+        }
+        // "M": the transform alone and the manual panel over it.
+        {
+            const int n = fresh_data();
+            box("MANUAL")->setChecked(true);
+            CHECK(panel->go(false) == 0);
+            const vx::Spectrum& m = ws.panels[static_cast<std::size_t>(n)].spectrum;
+            CHECK(!m.realdata.empty() && m.data == m.realdata);
+            bool manual_open = false;
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (w->windowTitle() == "Manual Phasing Control" && w->isVisible()) manual_open = true;
+            for (QDialog* d : window.findChildren<QDialog*>())
+                if (d->windowTitle() == "Manual Phasing Control" && d->isVisible()) manual_open = true;
+            CHECK(manual_open);
+            box("MANUAL")->setChecked(false);
+            window.close_slot(n);
+        }
+        // "I": a phase-corrected transient, and the switch back off.
+        {
+            const int n = fresh_data();
+            box("INVERSE")->setChecked(true);
+            CHECK(panel->go(true) == 0);
+            const vx::Spectrum& inv = ws.panels[static_cast<std::size_t>(n)].spectrum;
+            CHECK(inv.domain == vx::DOMAIN_TIME && inv.storagemode == 1);
+            CHECK(!box("INVERSE")->isChecked());
+            window.close_slot(n);
+        }
+        // The background: subtracted once, its switch then off, its window kept
+        // until the switch is turned off by hand.
+        {
+            const int n = fresh_data();
+            const int bg = panel->open_background(blank);
+            CHECK(bg >= 0 && bg != n);
+            CHECK(ws.active_panel == n);
+            CHECK(box("BASEFILE")->isChecked());
+            CHECK(panel->go(false) == 0);
+            CHECK(!box("BASEFILE")->isChecked());
+            CHECK(bg >= 0 && ws.panels[static_cast<std::size_t>(bg)].active);
+            box("BASEFILE")->setChecked(true);  // no dialog: the background is still open
+            box("BASEFILE")->setChecked(false);
+            CHECK(panel->background_slot() == -1);
+            CHECK(bg >= 0 && !ws.panels[static_cast<std::size_t>(bg)].active);
+            window.close_slot(n);
+        }
+        // "T2" with nobody to answer: the insufficient-information message.
+        {
+            const int n = fresh_data();
+            box("TEST_2")->setChecked(true);
+            ui.shown.clear();
+            CHECK(panel->go(false) == -15);
+            CHECK(std::find(ui.shown.begin(), ui.shown.end(),
+                            "Insufficient information to phase data.: Phasing can not continue with current "
+                            "information. Exiting.") != ui.shown.end());
+            CHECK(ws.panels[static_cast<std::size_t>(n)].spectrum.domain == vx::DOMAIN_TIME);
+            box("TEST_2")->setChecked(false);
+            window.close_slot(n);
+        }
+        // The transfer function on its own axis, shown against frequency.
+        {
+            const int n = fresh_data();
+            const double bw = ws.panels[static_cast<std::size_t>(n)].spectrum.dbandwidth;
+            const double count = ws.panels[static_cast<std::size_t>(n)].spectrum.datacount;
+            panel->set_mode(vx::PROCESS_TRANSFER);
+            CHECK(panel->go(false) == 0);
+            const vx::Spectrum& h = ws.panels[static_cast<std::size_t>(n)].spectrum;
+            CHECK(std::fabs(h.hzppt - bw / count) < 1e-9);
+            CHECK(h.domain == vx::DOMAIN_FREQUENCY);
+            panel->set_mode(vx::PROCESS_ABSORPTION);
+        }
 
         // Division without a blank of the same length: the message, no change.
         vx::PhaseDialog fresh(window);

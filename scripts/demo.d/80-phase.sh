@@ -9,6 +9,11 @@ set -euo pipefail
 # transient it settles 22 degrees off; the vector method finds the tops.
 "$VX" phase "$SAMPLE" --method vector --zerofills 3 -o "$OUT/sample_absorption.csv" --json |
   grep -E '"(applied_constant|applied_degrees)"'
+# Switches of the expert panel: the excitation typed in instead of read from the
+# script ("T2": start and end in kHz, rate in Hz/us, delay in ms, extra point),
+# and the constant scored over the stretch of the zoomed pictures only.
+"$VX" phase "$SAMPLE" --ask 20,500,150,0.5,F --json | grep -E '"(form|band_start|band_end|applied_degrees)"'
+"$VX" phase "$SAMPLE" --score-range 90300,90900 --json | grep -E '"(band_start|band_end|applied_degrees)"'
 "$VX" process "$SAMPLE" --zerofills 3 -o "$OUT/sample_magnitude.csv" > /dev/null
 "$VX" peaks "$SAMPLE" --absorption --percent --threshold 5 --noise-threshold 1 -o "$OUT/sample_absorption.pks" | tail -1
 

@@ -75,8 +75,10 @@ int complex_division(Spectrum& data, const Spectrum& blank, std::vector<float>* 
     return 0;
 }
 
-int transfer_function(Spectrum& data, const Spectrum& blank, std::vector<float>* phase_out, Ui& ui) {
+int transfer_function(Spectrum& data, const Spectrum& blank, std::vector<float>* phase_out, Ui& ui,
+                      bool true_axis) {
     if (!division_inputs_ok(data, blank, ui)) return -1;
+    const double samples = static_cast<double>(data.datacount);
     Spectrum a, b;
     if (transform_pair(data, blank, a, b, ui) != 0) return -1;
     const std::size_t N = a.realdata.size();
@@ -95,6 +97,13 @@ int transfer_function(Spectrum& data, const Spectrum& blank, std::vector<float>*
         ph[0] = x0 != 0.0 && y0 / x0 < 0.0 ? static_cast<float>(std::numbers::pi) : 0.0f;
     }
     a.data = std::move(mag);
+    // The axis of the transfer function: TransferFunction is given the sample
+    // interval 1 / BW, so its frequency step is 1 / (count dt) = BW / count,
+    // half the spectrum's own step (the samples were taken at 2 BW). Kept, as
+    // the panel has always drawn it; true_axis gives the step of the samples.
+    const double df = (true_axis ? 2.0 : 1.0) * a.dbandwidth / samples;
+    a.hzppt = df;
+    a.dbandwidth = df * static_cast<double>(N);  // the conversions take BW / N
     if (phase_out) *phase_out = std::move(ph);
     data = std::move(a);
     return 0;
@@ -121,7 +130,7 @@ int phase_process(Spectrum& data, const Spectrum* blank, const PhaseProcessOptio
                 return -1;
             }
             return o.mode == PROCESS_COMPLEX_DIVISION ? complex_division(data, *blank, second, ui)
-                                                      : transfer_function(data, *blank, second, ui);
+                                                      : transfer_function(data, *blank, second, ui, o.true_axis);
         default:
             ui.MessagePopup("Phasing the Data", fmt::format("Process mode {} is not known.", o.mode));
             return -1;
@@ -168,7 +177,9 @@ int phasing_process_command(Workspace& ws, int data_slot, int blank_slot, const 
     ws.phased_data = data_slot;
     Initialize_Display(ws, data_slot);
     p.moveoffset = 0.0;
-    PlotMenuCommand(p, PLOT_MZ, 0.0, 0.0, ws.settings, ui);
+    // A transfer function is shown against frequency: its axis is its own.
+    const int axis = o.mode == PROCESS_TRANSFER ? PLOT_FREQUENCY : PLOT_MZ;
+    PlotMenuCommand(p, axis, 0.0, 0.0, ws.settings, ui);
     if (!second_wanted || second.empty()) return 0;
     const int slot = Get_New_Panel(ws);
     if (slot < 0) {
@@ -179,7 +190,7 @@ int phasing_process_command(Workspace& ws, int data_slot, int blank_slot, const 
     AnalysisPanel& d = ws.panels[static_cast<std::size_t>(slot)];
     d.spectrum = second_channel_spectrum(p.spectrum, second);
     Initialize_Display(ws, slot);
-    PlotMenuCommand(d, PLOT_MZ, 0.0, 0.0, ws.settings, ui);
+    PlotMenuCommand(d, axis, 0.0, 0.0, ws.settings, ui);
     if (dispersion_slot) *dispersion_slot = slot;
     return 0;
 }

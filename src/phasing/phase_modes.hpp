@@ -40,12 +40,18 @@ int complex_division(Spectrum& data, const Spectrum& blank, std::vector<float>* 
 
 // Mode 4 (TryNIAA): the transfer function H = FFT(data) / FFT(blank) of the two
 // transients; |H| becomes data's spectrum (count / 2 points) and arg H
-// (radians) goes to phase_out when given. Returns 0 or -1 after a message.
-int transfer_function(Spectrum& data, const Spectrum& blank, std::vector<float>* phase_out, Ui& ui);
+// (radians) goes to phase_out when given. The axis is that of TransferFunction
+// with the sample interval 1 / BW: BW / count Hz per point (hzppt, and
+// dbandwidth = that step times the points), half the step of the transient's
+// own spectrum; true_axis gives 2 BW / count instead. Returns 0 or -1 after a
+// message.
+int transfer_function(Spectrum& data, const Spectrum& blank, std::vector<float>* phase_out, Ui& ui,
+                      bool true_axis = false);
 
 struct PhaseProcessOptions {
     int mode = PROCESS_ABSORPTION;
     PhaseRunOptions run;   // mode 2 (and the transform options of mode 1)
+    bool true_axis = false;  // mode 4: the frequency step of the samples, not of TransferFunction's 1 / BW
 };
 
 // The dispatch of the "Process Control" ring on one data transient: mode 1

@@ -50,7 +50,7 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
         return -1;
     }
     const bool given = o.terms.has_value();
-    const bool stored = s.phaseparams == 1 && !o.test && !given && !o.constant_degrees;
+    const bool stored = s.phaseparams == 1 && !o.test && !given && !o.constant_degrees && !o.excitation;
     const bool corrected = s.storagemode == 1;  // a phase-corrected transient: no quadratic phase
 
     // The excitation from the script. Without a chirp the values are unknown:
@@ -62,7 +62,13 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
         ui.MessagePopup("File Input Error", "No Data Marker Found");
         return -1;
     }
-    if (!stored) {
+    if (o.excitation) {
+        s.lowfreq = o.excitation->lowfreq;
+        s.highfreq = o.excitation->highfreq;
+        s.sweeprate = o.excitation->sweeprate;
+        s.delay = o.excitation->delay;
+        s.exciteduration = s.sweeprate != 0.0 ? std::fabs(s.highfreq - s.lowfreq) / std::fabs(s.sweeprate) / 1e6 : 0.0;
+    } else if (!stored) {
         if (sc.chirp()) {
             s.lowfreq = sc.low;
             s.highfreq = sc.high;
@@ -90,9 +96,11 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
     // The chain before the transform: truncation, mean, half window, zero-fill.
     if (o.truncations > 0) Truncate(s, o.truncations);
     if (o.zero_dc) Baseline_Correct(s);
-    if (o.apodization != 0 && HalfApod(s, o.apodization, o.exclude_excite ? 1 : 0, ui) < 0) return -1;
-    if (o.zerofills > 0 && Zerofill(s, o.zerofills, ui) < 0) return -1;
+    if (o.apodize_first && o.apodization != 0 && HalfApod(s, o.apodization, o.exclude_excite ? 1 : 0, ui) < 0)
+        return -1;
+    if (o.apodize_first && o.zerofills > 0 && Zerofill(s, o.zerofills, ui) < 0) return -1;
     if (Fourier_Transform_Phased(s, 0, ui) < 0) return -1;
+    if (o.transform_only) return 0;
     const long long N = s.datacount;
     const double harmonic = o.harmonic3 ? 3.0 : 1.0;
 
@@ -139,6 +147,8 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
         end = 1;
     } else {
         phase_band(s.lowfreq, s.highfreq, harmonic, s.hzppt, N, start, end);
+        // The panel's own score range, in the spectrum's frequencies.
+        if (o.score_lo > 0.0 && o.score_hi > o.score_lo) phase_band(o.score_lo, o.score_hi, 1.0, s.hzppt, N, start, end);
     }
     res.band_start = start;
     res.band_end = end;

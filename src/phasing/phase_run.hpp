@@ -47,6 +47,20 @@ struct PhaseRunOptions {
     std::optional<std::vector<double>> terms;
     std::optional<double> constant_degrees;  // the curve from the script, this constant, no search
     int workers = 0;            // 0: thread_count of this machine
+    // "Apodize Before Phasing": off leaves the half window and the zero-fill out.
+    bool apodize_first = true;
+    // "B": stop after the transform (realdata / imagdata kept, data the real part).
+    bool transform_only = false;
+    // "Score Freq Range" (Hz): both above 0 and in order, the constant is scored
+    // over these frequencies instead of the excited band. -1.0 (the panel's
+    // default) leaves the excited band.
+    double score_lo = -1.0, score_hi = -1.0;
+    // Excitation given by the user (the "T2" prompts): used instead of the
+    // script, and stored parameters are ignored.
+    struct Excitation {
+        double lowfreq = 0.0, highfreq = 0.0, sweeprate = 0.0, delay = 0.0;  // Hz, Hz, Hz/us, s
+    };
+    std::optional<Excitation> excitation;
 };
 
 struct PhaseRunResult {

@@ -3,7 +3,9 @@
 // path, and refusals with a non-zero exit.
 #include <filesystem>
 #include <string>
+#include <vector>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -128,6 +130,64 @@ TEST_F(PhaseCli, DivisionByABlankAndTheTransferFunction) {
     CliRun bad = run("phase '" + path("s.dat") + "' --divide '" + path("short.dat") + "'");
     EXPECT_NE(bad.status, 0);
     EXPECT_NE(bad.out.find("must be the same length"), std::string::npos) << bad.out;
+}
+
+}  // namespace
+
+namespace {
+
+// The switches of the expert panel on the command line: each run's JSON, or
+// its refusal with a non-zero exit and the message on stderr.
+TEST_F(PhaseCli, PanelSwitches) {
+    const std::string s = "'" + path("s.dat") + "'";
+    struct Case {
+        std::string args;
+        int status;
+        std::string expect;  // a key of the JSON, or a piece of the message
+    };
+    const std::vector<Case> cases = {
+        {"--simple --json", 0, "total_delay"},
+        {"--simple --iterate-c --json", 0, "best_degrees"},
+        {"--transform-only --json", 0, "form"},
+        {"--ask 60,200,150,0.5,F --json", 0, "band_start"},
+        {"--score-range 100000,150000 --json", 0, "band_end"},
+        {"--skip-points 64 --json", 0, "datacount"},
+        {"--background " + s + " --autozero-data --extra-data 0.05 --json", 0, "zeroorder"},
+        {"--background " + s + " --autozero-excite --json", 0, "zeroorder"},
+        {"--autozero-excite --json", 1, "--autozero-excite works on the --background file."},
+        {"--ask 60,200 --json", 1, "--ask takes five answers"},
+        {"--ask 60,200,x,0.5,F --json", 1, "Insufficient information to phase data."},
+        {"--score-range 5 --json", 1, "--score-range takes two frequencies"},
+        {"--skip-points 20000 --json", 1, "is more than half of the 32768 samples"},
+    };
+    for (const Case& c : cases) {
+        const CliRun r = run("phase " + s + " " + c.args, c.status != 0);
+        EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.out << r.err;
+        if (c.status == 0) {
+            const nlohmann::json j = nlohmann::json::parse(r.out, nullptr, false);
+            ASSERT_FALSE(j.is_discarded()) << c.args << "\n" << r.out;
+            EXPECT_TRUE(j.contains(c.expect)) << c.args;
+        } else {
+            EXPECT_NE(r.out.find(c.expect), std::string::npos) << c.args << "\n" << r.out;
+        }
+    }
+    // The entered band and the score range are the bands scored.
+    const nlohmann::json a = nlohmann::json::parse(run("phase " + s + " --ask 60,200,150,0.5,F --json", false).out);
+    const nlohmann::json b = nlohmann::json::parse(run("phase " + s + " --score-range 100000,150000 --json", false).out);
+    const double hz = a["hzppt"].get<double>();
+    EXPECT_EQ(a["band_start"].get<long long>(), static_cast<long long>(60000.0 / hz));
+    EXPECT_EQ(b["band_start"].get<long long>(), static_cast<long long>(100000.0 / hz));
+    // Skipping keeps half the transient: one zero-fill gives as many points as samples were kept.
+    const nlohmann::json k = nlohmann::json::parse(run("phase " + s + " --skip-points 64 --json", false).out);
+    EXPECT_EQ(k["datacount"].get<long long>(), 16384);
+}
+
+TEST_F(PhaseCli, TransferFunctionAxis) {
+    const std::string s = fmt::format("'{}'", path("s.dat"));
+    const nlohmann::json a = nlohmann::json::parse(run(fmt::format("phase {0} --divide {0} --transfer --json", s), false).out);
+    const nlohmann::json b =
+        nlohmann::json::parse(run(fmt::format("phase {0} --divide {0} --transfer --true-axis --json", s), false).out);
+    EXPECT_DOUBLE_EQ(2.0 * a["hzppt"].get<double>(), b["hzppt"].get<double>());
 }
 
 }  // namespace
