@@ -17,9 +17,10 @@ namespace vx {
 namespace {
 
 // The command line has no application object of its own: one is made for the
-// time of the drawing. Without a display (no DISPLAY, no WAYLAND_DISPLAY, no
-// platform chosen) it draws on the "offscreen" platform, so a headless
-// machine writes the same files.
+// time of the drawing, on the "offscreen" platform unless QT_QPA_PLATFORM
+// names another. Nothing is shown, so a headless machine writes the same files,
+// and a DISPLAY that cannot be reached (a stale ssh forwarding) does not abort
+// the command as the X11 platform would.
 // Qt's own warnings (no runtime folder, fonts) go to the console of the Ui
 // while the scope lasts, not onto the command's output streams.
 thread_local Ui* qt_console = nullptr;
@@ -33,8 +34,7 @@ public:
         if (QCoreApplication::instance()) return;
         qt_console = &ui;
         previous_ = qInstallMessageHandler(qt_message);
-        if (!std::getenv("QT_QPA_PLATFORM") && !std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY"))
-            setenv("QT_QPA_PLATFORM", "offscreen", 1);
+        if (!std::getenv("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
         app_ = std::make_unique<QApplication>(argc_, argv_);
     }
     ~QtScope() {
