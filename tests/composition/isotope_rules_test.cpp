@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <iostream>
 #include <random>
 #include <numeric>
@@ -262,7 +263,9 @@ TEST(IsotopeRules, ConfirmationOnTwoThousandParents) {
     std::array<int, 4> even_group{}, claimed{}, one_search{}, unexplained{};
     static const char* const names[4] = {"13C", "2x13C", "34S", "34S+13C"};
     auto in_array = [](const std::vector<HitRecord>& a, const HitRecord* h) {
-        return !a.empty() && h >= a.data() && h < a.data() + a.size();
+        // std::less: a total order even for pointers into different arrays.
+        return !a.empty() && !std::less<const HitRecord*>()(h, a.data()) &&
+               std::less<const HitRecord*>()(h, a.data() + a.size());
     };
     int parent_count = 0, parent_as_isotope = 0, right_parents = 0;
     std::vector<const HitRecord*> at(truth.size(), nullptr);
