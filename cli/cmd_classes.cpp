@@ -1,5 +1,5 @@
 // Petroleum class summaries from the command line:
-//   vantorix classes LIST -o DIR [--filter N0-2,O0-6 [--vanadium|--nickel]] [--json]
+//   vantorix classes LIST -o DIR [--plots png,svg] [--filter N0-2,O0-6 [--vanadium|--nickel]] [--json]
 // The list is assigned with the isotope rules on (13C and 34S isotopologues get
 // their parents' formulas), then rolled up by class, DBE and carbon number.
 #include <filesystem>
@@ -13,6 +13,9 @@
 #include "composition/assign.hpp"
 #include "composition/petro_classes.hpp"
 #include "platform/safe_file.hpp"
+#ifdef VANTORIX_HAVE_PLOTS
+#include "petro_plots.hpp"
+#endif
 
 namespace vx::cli {
 
@@ -36,12 +39,17 @@ struct ClassesOptions {
 
 int run_classes(Context& ctx, const ClassesOptions& o) {
     if (o.json) ctx.ui.quiet_console = true;
+#ifdef VANTORIX_HAVE_PLOTS
+    PlotFormats formats;
+    if (!o.plots.empty() && parse_plot_formats(o.plots, formats, ctx.ui) < 0) return 1;
+#else
     if (!o.plots.empty()) {
         ctx.ui.MessagePopup("Petroleum Analysis",
                             "--plots needs the Qt plotting library, which the command line does not link; the class "
                             "tables are CSV files to plot, and vantorix-analysis draws and saves the plots.");
         return 2;
     }
+#endif
     if (o.vanadium && o.nickel) {
         ctx.ui.MessagePopup("Operator Error", "--vanadium and --nickel exclude each other, as on the filter panel.");
         return 1;
@@ -100,6 +108,10 @@ int run_classes(Context& ctx, const ClassesOptions& o) {
             return 1;
         }
     }
+    std::vector<std::string> plot_files;
+#ifdef VANTORIX_HAVE_PLOTS
+    if (!o.plots.empty() && write_petro_plots(p, o.dir, formats, ctx.ui, &plot_files) < 0) return 1;
+#endif
     if (o.json) {
         nlohmann::ordered_json j;
         j["file"] = o.file;
@@ -114,12 +126,14 @@ int run_classes(Context& ctx, const ClassesOptions& o) {
         auto fl = nlohmann::ordered_json::array();
         for (const auto& f : files) fl.push_back(f.first);
         j["files"] = fl;
+        if (!o.plots.empty()) j["plots"] = plot_files;
         std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << fmt::format("{}: {} of {} peaks assigned, {} classes; tables written to {}\n", o.file, sum.assigned,
                                  sum.peaks, p.classes.size(), o.dir);
         for (const ClassRow& c : p.classes)
             std::cout << fmt::format("  {:<16} {:8.3f} %  {:5} peaks\n", c.class_text, c.percent, c.peaks);
+        if (!plot_files.empty()) std::cout << fmt::format("{} plots written to {}\n", plot_files.size(), o.dir);
     }
     return 0;
 }
@@ -129,7 +143,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto* sub = app.add_subcommand("classes", "Class, DBE and carbon-number tables of a peak list, isotopologues folded");
     sub->add_option("file", o->file, "Peak list (.pks, .csv) or data file")->required();
     sub->add_option("-o,--output", o->dir, "Folder for the tables")->required();
-    sub->add_option("--plots", o->plots, "png,svg: desktop program only");
+    sub->add_option("--plots", o->plots, "Also draw the plots: png, svg or png,svg (needs the Qt build)");
     sub->add_option("--filter", o->filter, "Class filter, e.g. N0-2,O0-6 (maximum and minimum of N, O, S)");
     sub->add_flag("--vanadium", o->vanadium, "Let vanadium classes through the filter");
     sub->add_flag("--nickel", o->nickel, "Let nickel classes through the filter");

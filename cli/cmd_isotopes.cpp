@@ -1,5 +1,5 @@
 // Isotope patterns and isotope rules from the command line:
-//   vantorix isotopes FORMULA [--threshold X] [--fine] [--csv OUT] [--json]
+//   vantorix isotopes FORMULA [--threshold X] [--fine] [--csv OUT] [--plot OUT.png|.svg] [--json]
 //   vantorix isotopes --rules LIST.pks [--ppm X] [--json]
 #include <iostream>
 #include <memory>
@@ -11,6 +11,9 @@
 #include "composition/isotope_rules.hpp"
 #include "composition/isotopes.hpp"
 #include "platform/safe_file.hpp"
+#ifdef VANTORIX_HAVE_PLOTS
+#include "petro_plots.hpp"
+#endif
 
 namespace vx::cli {
 
@@ -47,14 +50,27 @@ std::string pattern_csv(const IsotopePattern& p, bool fine) {
 }
 
 int run_pattern(Context& ctx, const IsotopesOptions& o) {
+#ifdef VANTORIX_HAVE_PLOTS
+    if (!o.plot.empty()) {
+        const std::string ext = o.plot.size() >= 4 ? o.plot.substr(o.plot.size() - 4) : std::string();
+        if (ext != ".png" && ext != ".svg" && ext != ".PNG" && ext != ".SVG") {
+            ctx.ui.MessagePopup("Operator Error", fmt::format("--plot writes .png or .svg, not {}.", o.plot));
+            return 1;
+        }
+    }
+#else
     if (!o.plot.empty()) {
         ctx.ui.MessagePopup("Isotope Calculator",
                             "--plot needs the Qt plotting library, which the command line does not link; write --csv and "
                             "plot it, or use the pattern panel of vantorix-analysis.");
         return 2;
     }
+#endif
     IsotopePattern p;
     if (isotope_pattern(o.formula, o.threshold, p, ctx.ui) < 0) return 1;
+#ifdef VANTORIX_HAVE_PLOTS
+    if (!o.plot.empty() && write_isotope_plot(p, o.formula, o.plot, ctx.ui) < 0) return 1;
+#endif
     const std::string csv = pattern_csv(p, o.fine);
     if (!o.csv.empty()) {
         std::string error;
@@ -96,6 +112,7 @@ int run_pattern(Context& ctx, const IsotopesOptions& o) {
             j["isotopologues"] = iso;
         }
         if (!o.csv.empty()) j["csv"] = o.csv;
+        if (!o.plot.empty()) j["plot"] = o.plot;
         std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else if (o.csv.empty()) {
         std::cout << csv;
@@ -153,7 +170,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("--threshold", o->threshold, "Smallest abundance kept, 0 < X <= 1 (default 1e-6)");
     sub->add_flag("--fine", o->fine, "Also list the isotopologues (fine structure)");
     sub->add_option("--csv", o->csv, "Write the table as CSV here");
-    sub->add_option("--plot", o->plot, "Plot (PNG or SVG): desktop program only");
+    sub->add_option("--plot", o->plot, "Plot the profile into OUT.png or OUT.svg (needs the Qt build)");
     sub->add_option("--rules", o->rules, "Run the unguided isotope rules over this peak list (.pks, .csv)");
     sub->add_option("--ppm", o->ppm, "Isotope search window in ppm for --rules (default 1)");
     sub->add_option("--series-ppm", o->series_ppm, "Kendrick series window in ppm for --rules (default 1)");

@@ -1,20 +1,16 @@
 #include "ISOPATTERN.hpp"
 
-#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPainter>
 #include <QPushButton>
-#include <QSvgGenerator>
 #include <QSplitter>
 #include <QTableView>
 #include <QVBoxLayout>
 #include <qcustomplot.h>
 
-#include <filesystem>
-
 #include "main_window.hpp"
+#include "plot_draw.hpp"
 #include "qt_ui.hpp"
 
 namespace vx {
@@ -98,29 +94,11 @@ int IsoPatternPanel::calculate(const QString& formula, double threshold) {
 }
 
 int IsoPatternPanel::save_plot(const QString& path) {
-    // Drawn into a temporary file beside the target, renamed over it when whole.
-    const QString part = path + ".part";
-    bool ok = false;
-    if (QFileInfo(path).suffix().compare("png", Qt::CaseInsensitive) == 0) {
-        ok = plot_->savePng(part, 800, 500, 1.0, -1, 96, QCP::ruDotsPerInch) || plot_->savePng(part, 800, 500);
-    } else {
-        QSvgGenerator svg;
-        svg.setFileName(part);
-        svg.setSize(QSize(800, 500));
-        svg.setViewBox(QRect(0, 0, 800, 500));
-        svg.setTitle(formula_->text());
-        QCPPainter painter;
-        ok = painter.begin(&svg);
-        if (ok) {
-            plot_->toPainter(&painter, 800, 500);
-            ok = painter.end();
-        }
-    }
-    std::error_code ec;
-    if (ok) std::filesystem::rename(part.toStdString(), path.toStdString(), ec);
-    if (!ok || ec) {
-        std::filesystem::remove(part.toStdString(), ec);
-        main_->ui().MessagePopup("File Error", QString("%1 cannot be written.").arg(path).toStdString());
+    // PNG by savePng, SVG through QSvgGenerator, each into a temporary file
+    // renamed over the target when whole (the command line saves the same way).
+    std::string error;
+    if (vx::save_plot(plot_, path.toStdString(), 800, 500, formula_->text(), &error) < 0) {
+        main_->ui().MessagePopup("File Error", QString("%1 cannot be written: %2").arg(path, QString::fromStdString(error)).toStdString());
         return -1;
     }
     return 0;

@@ -1,6 +1,8 @@
 #include "PETRO.hpp"
 
 #include <QCheckBox>
+#include <QComboBox>
+#include <QGridLayout>
 #include <QFont>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -18,6 +20,8 @@
 #include <fmt/format.h>
 
 #include "main_window.hpp"
+#include "petro_plots.hpp"
+#include "plot_draw.hpp"
 #include "platform/safe_file.hpp"
 #include "qt_ui.hpp"
 
@@ -156,21 +160,38 @@ PetroPanel::PetroPanel(MainWindow* main) : QDialog(main), main_(main) {
     }
     auto* errors = new QWidget;
     auto* el = new QVBoxLayout(errors);
-    static const char* const titles[3][3] = {
-        {"Mass to Charge Ratio (m/z)", "PPM Error", "Mass to Charge Ratio vs.PPM Error"},
-        {"Signal to Noise", "PPM Error", "Signal to Noise vs.PPM Error"},
-        {"PPM Error", "Counts per Bin", "PPM Error vs. Counts per Bin"},
-    };
     for (int i = 0; i < 3; ++i) {
         plots_[i] = new QCustomPlot;
         plots_[i]->setObjectName(QString("error_plot_%1").arg(i));
-        plots_[i]->xAxis->setLabel(titles[i][0]);
-        plots_[i]->yAxis->setLabel(titles[i][1]);
-        plots_[i]->plotLayout()->insertRow(0);
-        plots_[i]->plotLayout()->addElement(0, 0, new QCPTextElement(plots_[i], titles[i][2]));
         el->addWidget(plots_[i]);
     }
     tabs_->addTab(errors, "Error Plots");
+    // Class bars, DBE vs carbon number of one class, van Krevelen, Kendrick.
+    auto* summary = new QWidget;
+    auto* sl = new QGridLayout(summary);
+    dbe_class_ = new QComboBox;
+    auto* save_plots_button = new QPushButton("Save Plots...");
+    auto* sbar = new QHBoxLayout;
+    sbar->addWidget(new QLabel("DBE plot of class"));
+    sbar->addWidget(dbe_class_, 1);
+    sbar->addWidget(save_plots_button);
+    sl->addLayout(sbar, 0, 0, 1, 2);
+    for (int i = 0; i < 4; ++i) {
+        summary_plots_[i] = new QCustomPlot;
+        summary_plots_[i]->setObjectName(QString("summary_plot_%1").arg(i));
+        sl->addWidget(summary_plots_[i], 1 + i / 2, i % 2);
+    }
+    tabs_->addTab(summary, "Plots");
+    connect(dbe_class_, &QComboBox::currentTextChanged, this, [this](const QString& c) {
+        draw_dbe_carbon(summary_plots_[1], summary_, c.toStdString());
+        summary_plots_[1]->replot();
+    });
+    connect(save_plots_button, &QPushButton::clicked, this, [this] {
+        const auto dir = main_->ui().DirSelectPopup("Pick a folder for the plots", "");
+        if (dir) save_plots(*dir);
+    });
+    plot_errors();
+    plot_summary();
     top->addWidget(tabs_, 1);
     connect(process, &QPushButton::clicked, this, [this] { this->process(); });
     connect(save_mass, &QPushButton::clicked, this, [this] { save_mass_error(); });
@@ -196,6 +217,7 @@ int PetroPanel::process() {
     if (ProcessPetro(*s, molecal_defaults(), true, summary_, ui, &f) < 0) return -1;
     fill();
     plot_errors();
+    plot_summary();
     return 0;
 }
 
@@ -235,37 +257,30 @@ void PetroPanel::fill() {
 }
 
 void PetroPanel::plot_errors() {
-    QVector<double> mz, sn, err;
-    for (const ProcessedRow& r : summary_.rows)
-        if (r.hit_code != 0) {
-            mz << r.mass;
-            sn << r.sn;
-            err << r.error;
-        }
-    for (int i = 0; i < 2; ++i) {
-        plots_[i]->clearGraphs();
-        auto* g = plots_[i]->addGraph();
-        g->setLineStyle(QCPGraph::lsNone);
-        g->setScatterStyle(QCPScatterStyle(QCPScatterStyle::ssDisc, 4));
-        g->setData(i == 0 ? mz : sn, err, false);
-        plots_[i]->rescaleAxes();
-        plots_[i]->replot();
+    draw_mass_error(plots_[0], summary_);
+    draw_sn_error(plots_[1], summary_);
+    draw_error_histogram(plots_[2], summary_);
+    for (QCustomPlot* p : plots_) p->replot();
+}
+
+void PetroPanel::plot_summary() {
+    draw_class_bars(summary_plots_[0], summary_);
+    const QString keep = dbe_class_->currentText();
+    {
+        const QSignalBlocker quiet(dbe_class_);
+        dbe_class_->clear();
+        for (const ClassRow& c : summary_.classes) dbe_class_->addItem(QString::fromStdString(c.class_text));
+        const int at = dbe_class_->findText(keep);
+        if (at >= 0) dbe_class_->setCurrentIndex(at);
     }
-    // NumberDensity_Callback: a histogram between the smallest and largest error.
-    plots_[2]->clearPlottables();
-    if (!err.isEmpty()) {
-        const auto [lo, hi] = std::minmax_element(err.begin(), err.end());
-        const int bins = 40;
-        const double w = (*hi - *lo) > 0 ? (*hi - *lo) / bins : 1.0;
-        QVector<double> x(bins), y(bins, 0.0);
-        for (int b = 0; b < bins; ++b) x[b] = *lo + (b + 0.5) * w;
-        for (double e : err) y[std::min(bins - 1, static_cast<int>((e - *lo) / w))] += 1.0;
-        auto* bars = new QCPBars(plots_[2]->xAxis, plots_[2]->yAxis);
-        bars->setWidth(w);
-        bars->setData(x, y);
-        plots_[2]->rescaleAxes();
-    }
-    plots_[2]->replot();
+    draw_dbe_carbon(summary_plots_[1], summary_, dbe_class_->currentText().toStdString());
+    draw_van_krevelen(summary_plots_[2], summary_);
+    draw_kendrick(summary_plots_[3], summary_);
+    for (QCustomPlot* p : summary_plots_) p->replot();
+}
+
+int PetroPanel::save_plots(const std::string& folder) {
+    return write_petro_plots(summary_, folder, PlotFormats{true, true}, main_->ui());
 }
 
 namespace {

@@ -10,6 +10,7 @@
 #include "composition/petro_classes.hpp"
 
 class QCheckBox;
+class QComboBox;
 class QCustomPlot;
 class QLabel;
 class QSpinBox;
@@ -62,18 +63,27 @@ public:
     // The error tables through "Pick a file to save results"; 0 or -1.
     int save_mass_error();
     int save_sn_error();
+    // All plots of the summary into a folder, PNG and SVG (as `classes
+    // --plots png,svg` writes them); 0 or -1.
+    int save_plots(const std::string& folder);
+    // The class bars, DBE vs carbon number, van Krevelen and Kendrick plots.
+    QCustomPlot* summary_plot(int i) const { return summary_plots_[i]; }
+    QCustomPlot* error_plot(int i) const { return plots_[i]; }
     const PetroSummary& summary() const { return summary_; }
     QTabWidget* tabs() const { return tabs_; }
 
 private:
     void fill();
     void plot_errors();
+    void plot_summary();
     MainWindow* main_;
     PetroSummary summary_;
     QTabWidget* tabs_;
     PetroTableModel* models_[5];
     QTableView* views_[5];
     QCustomPlot* plots_[3];
+    QCustomPlot* summary_plots_[4];
+    QComboBox* dbe_class_;
     QSpinBox* limits_[6];
     QCheckBox* vanadium_;
     QCheckBox* nickel_;

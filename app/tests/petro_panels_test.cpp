@@ -3,6 +3,7 @@
 // slot, the class tables with their dividers, the error plots, a pattern
 // calculated and its plot saved as PNG and SVG.
 #include <QApplication>
+#include <QDir>
 #include <QFile>
 #include <QTableView>
 #include <QTabWidget>
@@ -10,6 +11,7 @@
 
 #include <qcustomplot.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -63,7 +65,7 @@ int main(int argc, char** argv) {
     CHECK(shares > 99.999 && shares < 100.001);
     // Class tab: one divider of height 25 between classes.
     auto* tabs = petro->tabs();
-    CHECK(tabs->count() == 6);
+    CHECK(tabs->count() == 7);
     auto* class_view = qobject_cast<QTableView*>(tabs->widget(1));
     CHECK(class_view != nullptr);
     if (class_view) {
@@ -86,6 +88,18 @@ int main(int argc, char** argv) {
     auto* mass_plot = petro->findChild<QCustomPlot*>("error_plot_0");
     CHECK(mass_plot && mass_plot->graphCount() == 1 && mass_plot->graph(0)->dataCount() > 100);
     CHECK(mass_plot && mass_plot->xAxis->label() == "Mass to Charge Ratio (m/z)");
+    // Summary plots: one bar per class (up to the cap), bubbles of the
+    // strongest class, and the folder of PNG and SVG files.
+    auto* bars_plot = petro->summary_plot(0);
+    auto* bars = bars_plot && bars_plot->plottableCount() == 1 ? qobject_cast<QCPBars*>(bars_plot->plottable(0)) : nullptr;
+    CHECK(bars && bars->dataCount() == static_cast<int>(std::min<std::size_t>(s.classes.size(), 30)));
+    CHECK(petro->summary_plot(1)->graphCount() > 0);
+    CHECK(petro->summary_plot(3)->xAxis->label() == "Nominal Kendrick Mass");
+    const QString plot_dir = home.path() + "/plots";
+    QDir().mkpath(plot_dir);
+    CHECK(petro->save_plots(plot_dir.toStdString()) == 0);
+    CHECK(QFile::exists(plot_dir + "/classes.png") && QFile::exists(plot_dir + "/van_krevelen.svg") &&
+          QFile::exists(plot_dir + "/error_histogram.png"));
 
     // Pattern panel: the pattern, its table and the plot in both formats.
     vx::IsoPatternPanel* pattern = vx::open_isopattern(&window);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <iostream>
 #include <random>
 #include <numeric>
@@ -259,6 +260,13 @@ TEST(IsotopeRules, ConfirmationOnTwoThousandParents) {
         return nullptr;
     };
     std::array<int, 4> present{}, confirmed{}, wrong{}, missed{};
+    std::array<int, 4> even_group{}, claimed{}, one_search{}, unexplained{};
+    static const char* const names[4] = {"13C", "2x13C", "34S", "34S+13C"};
+    auto in_array = [](const std::vector<HitRecord>& a, const HitRecord* h) {
+        // std::less: a total order even for pointers into different arrays.
+        return !a.empty() && !std::less<const HitRecord*>()(h, a.data()) &&
+               std::less<const HitRecord*>()(h, a.data() + a.size());
+    };
     int parent_count = 0, parent_as_isotope = 0, right_parents = 0;
     std::vector<const HitRecord*> at(truth.size(), nullptr);
     for (std::size_t i = 0; i < truth.size(); ++i) at[i] = find_peak(ion_mass(truth[i].counts));
@@ -279,14 +287,35 @@ TEST(IsotopeRules, ConfirmationOnTwoThousandParents) {
         if (h->hit_code != 0 && h->counts == t.counts) ++confirmed[k];
         else if (h->hit_code != 0) ++wrong[k];
         else ++missed[k];
+        if (h->hit_code != 0 && h->counts == t.counts) continue;
+        // Why the rules left this one: each miss has to be one the rules
+        // make as they stand, never a fault of the engine or of this test.
+        const bool parent_odd = in_array(s.unassigned, p);
+        const auto& parr = parent_odd ? s.unassigned : s.assigned;
+        if (!parent_odd && (t.kind == ISO_C13 || t.kind == ISO_S34_C13)) {
+            ++even_group[k];  // no 13C search; 34S + 13C flag in the odd array, search in the even one
+        } else if (h->score == ISOTOPE_SCORE) {
+            ++claimed[k];  // taken by another parent's rule inside the 1 ppm window
+        } else if (h->hit_code == 0 && std::any_of(parr.begin(), parr.end(), [&](const HitRecord& m) {
+                       return m.series == p->series && m.isotope_flags[k] == ISOFLAG_FOUND;
+                   })) {
+            ++one_search[k];  // the group's one search went to another member's series
+        } else {
+            ++unexplained[k];
+            std::cout << fmt::format("unexplained {} of the parent at {:.6f}: peak {:.6f} hit {} score {}\n", names[k], p->mass,
+                                     h->mass, h->hit_code, h->score);
+        }
     }
-    static const char* const names[4] = {"13C", "2x13C", "34S", "34S+13C"};
     std::cout << fmt::format("parents {} (right formula {}), given an isotopologue formula {}\n", parent_count, right_parents,
                              parent_as_isotope);
     for (std::size_t k = 0; k < 4; ++k) {
         std::cout << fmt::format("{:8} present {:5} confirmed {:5} ({:.1f} %) wrong {:5} missed {:5}\n", names[k], present[k],
                                  confirmed[k], present[k] ? 100.0 * confirmed[k] / present[k] : 0.0, wrong[k], missed[k]);
+        std::cout << fmt::format("{:8} not confirmed: even-array group {}, taken by another parent's rule {}, one search "
+                                 "per group {}, unexplained {}\n",
+                                 "", even_group[k], claimed[k], one_search[k], unexplained[k]);
         RecordProperty(fmt::format("confirmed_{}", k), confirmed[k]);
+        EXPECT_EQ(unexplained[k], 0) << names[k];
     }
     EXPECT_EQ(parent_count, 2000);
     EXPECT_LE(parent_as_isotope, 4);  // 0.2 %
