@@ -53,8 +53,8 @@ int CoAddTulva(Workspace& ws, const std::vector<std::string>& files, CoaddKind k
 //
 // Each file is read into a slot of its own that the reader extends by the
 // second channel, and both are given back as soon as the file is added, so a
-// co-add holds four slots whatever the number of files (a file kept open per
-// added file would end the run at the sixteenth file of a full table).
+// co-add holds four slots whatever the number of files (two slots kept open
+// per added file would end the run after sixteen files).
 int CoAddTulvaSED(Workspace& ws, const std::vector<std::string>& files, CoaddResult& result, Ui& ui,
                   const CoaddProgress& progress = {});
 
