@@ -20,7 +20,14 @@ void release_slot(Workspace& ws, int slot) {
 }
 
 int load(Workspace& ws, const std::string& path, int slot, CoaddKind kind, Ui& ui) {
+    // The sample block of the file before is kept for the next: the readers
+    // fill a block that is large enough in place, where a new one would cost a
+    // page fault for every 4 KiB of every file (64 files of 2^22 samples ran
+    // three times slower so).
+    std::vector<float> block = std::move(ws.panels[static_cast<std::size_t>(slot)].spectrum.data);
+    block.clear();
     prepare_new_slot(ws, slot, kind == CoaddKind::Odyssey ? FILETYPE_ODYSSEY : FILETYPE_TULVA);
+    ws.panels[static_cast<std::size_t>(slot)].spectrum.data = std::move(block);
     // The slot stays reserved while it is filled (a SED file's second channel
     // must not take it).
     ws.panels[static_cast<std::size_t>(slot)].active = 1;
@@ -118,8 +125,12 @@ int CoAddTulva(Workspace& ws, const std::vector<std::string>& files, CoaddKind k
                 float* dst = sum.data.data();
                 for (std::size_t i = 0; i < n; ++i) dst[i] += src[i] * w;
             }
+            // The file's arrays go; its sample block stays for the next file.
+            std::vector<float> block = std::move(s.data);
             free_arrays(s);
             s.peaks = {};
+            block.clear();
+            s.data = std::move(block);
         } else {
             r.failed.push_back(path);
         }
