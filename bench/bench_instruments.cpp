@@ -3,12 +3,18 @@
 //   Odyssey 2^24 big-endian floats      vs one fread + byte swap
 //   Vosk 2^22 records of 5 floats       vs one fread + pick of the second value
 //   time-of-flight text, 10^6 lines     vs a from_chars loop over the same text
-//   co-add of 16 files of 2^22 samples  vs 16 Tulva reads + a plain summing loop
+//   co-add of 8 and 64 files of 2^22    vs as many Tulva reads + a plain summing loop,
+//     samples                              with the peak resident memory each run adds
 //
 //   scripts/build release bench_instruments && build/release/bench_instruments --benchmark_min_time=1
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <charconv>
+#include <cstdlib>
+#include <memory>
+
+#include <malloc.h>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -195,56 +201,125 @@ void BM_Get_Standing_TOF(benchmark::State& state) {
 BENCHMARK(BM_Get_Standing_TOF)->Unit(benchmark::kMillisecond);
 
 constexpr std::size_t CO_N = std::size_t{1} << 22;
-constexpr int CO_FILES = 16;
+constexpr int CO_FILES = 64;
 
+// 64 files of 2^22 float samples (1 GiB in the temporary folder), made once.
 const std::vector<std::string>& coadd_files() {
     static const std::vector<std::string> files = [] {
         std::vector<std::string> out;
         std::vector<float> v(CO_N);
         for (int k = 0; k < CO_FILES; ++k) {
             const std::string p = temp("coadd-" + std::to_string(k) + ".dat");
-            for (std::size_t i = 0; i < CO_N; ++i) v[i] = static_cast<float>((i * 7 + static_cast<std::size_t>(k)) % 1000);
-            std::FILE* f = std::fopen(p.c_str(), "wb");
+            out.push_back(p);
+            std::error_code ec;
             const std::string h = "Vantorix Data File v4.00\nexpcount: 2\nStorage Type: float\nData Points: " +
                                   std::to_string(CO_N) + "\nData:\n";
+            if (fs::file_size(p, ec) == h.size() + CO_N * 4) continue;  // left by an earlier run
+            for (std::size_t i = 0; i < CO_N; ++i) v[i] = static_cast<float>((i * 7 + static_cast<std::size_t>(k)) % 1000);
+            std::FILE* f = std::fopen(p.c_str(), "wb");
             std::fwrite(h.data(), 1, h.size(), f);
             std::fwrite(v.data(), 4, v.size(), f);
             std::fclose(f);
-            out.push_back(p);
         }
+        // Every run reads the files from the page cache, the first as the last.
+        std::vector<char> buf(std::size_t{1} << 20);
+        for (const std::string& p : out) {
+            std::FILE* f = std::fopen(p.c_str(), "rb");
+            while (f && std::fread(buf.data(), 1, buf.size(), f) == buf.size()) {
+            }
+            if (f) std::fclose(f);
+        }
+        // A gigabyte is not left in the temporary folder (unless asked, for
+        // runs one after the other: VANTORIX_BENCH_KEEP=1).
+        if (!std::getenv("VANTORIX_BENCH_KEEP")) std::atexit([] {
+            std::error_code ec;
+            for (int k = 0; k < CO_FILES; ++k) fs::remove(temp("coadd-" + std::to_string(k) + ".dat"), ec);
+        });
         return out;
     }();
     return files;
 }
 
-void BM_Baseline_ReadsAndSum(benchmark::State& state) {
-    const auto& files = coadd_files();
-    vx::RecordingUi ui;
+// Peak resident memory: the kernel's high-water mark is reset before a run
+// (clear_refs 5) and read after it, so each run reports what it added itself.
+// Blocks of a megabyte and more are mapped and unmapped by malloc whatever
+// came before, so memory freed by an earlier run is not counted as resident
+// before the next (the default threshold rises after the first large free).
+const bool fixed_mmap_threshold = mallopt(M_MMAP_THRESHOLD, 1 << 20) == 1;
+long status_kb(const char* key) {
+    std::FILE* f = std::fopen("/proc/self/status", "r");
+    if (!f) return -1;
+    char line[256];
+    long v = -1;
+    const std::size_t n = std::strlen(key);
+    while (std::fgets(line, sizeof line, f))
+        if (std::strncmp(line, key, n) == 0) v = std::strtol(line + n, nullptr, 10);
+    std::fclose(f);
+    return v;
+}
+
+bool reset_peak() {
+    std::FILE* f = std::fopen("/proc/self/clear_refs", "w");
+    if (!f) return false;
+    const bool ok = std::fputs("5", f) >= 0;
+    return std::fclose(f) == 0 && ok;
+}
+
+// Runs body once per iteration and reports the peak resident memory above
+// the resident memory before it, in MiB.
+template <typename Body>
+void with_peak_memory(benchmark::State& state, Body body) {
+    double peak = 0.0;
     for (auto _ : state) {
+        state.PauseTiming();
+        const bool reset = reset_peak();
+        const long before = status_kb("VmRSS:");
+        state.ResumeTiming();
+        body();
+        state.PauseTiming();
+        if (reset) peak = std::max(peak, static_cast<double>(status_kb("VmHWM:") - before) / 1024.0);
+        state.ResumeTiming();
+    }
+    state.counters["peak_MiB"] = fixed_mmap_threshold ? peak : -1.0;
+    state.counters["files"] = static_cast<double>(state.range(0));
+}
+
+std::vector<std::string> first_files(int n) {
+    const auto& all = coadd_files();
+    return {all.begin(), all.begin() + n};
+}
+
+void BM_Baseline_ReadsAndSum(benchmark::State& state) {
+    const auto files = first_files(static_cast<int>(state.range(0)));
+    vx::RecordingUi ui;
+    with_peak_memory(state, [&] {
         auto ws = std::make_unique<vx::Workspace>();
         std::vector<float> sum(CO_N, 0.0f);
         for (const auto& f : files) {
             ws->active_panel = 0;
             vx::Spectrum& s = ws->panels[0].spectrum;
-            vx::Get_Tulva_Data(*ws, f, s, ui);
+            if (vx::Get_Tulva_Data(*ws, f, s, ui) != 0 || s.data.size() < CO_N) {
+                state.SkipWithError("read failed");
+                return;
+            }
             for (std::size_t i = 0; i < CO_N; ++i) sum[i] += s.data[i];
         }
         benchmark::DoNotOptimize(sum.data());
-    }
+    });
 }
-BENCHMARK(BM_Baseline_ReadsAndSum)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Baseline_ReadsAndSum)->Arg(8)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_CoAddTulva(benchmark::State& state) {
-    const auto& files = coadd_files();
+    const auto files = first_files(static_cast<int>(state.range(0)));
     vx::RecordingUi ui;
-    for (auto _ : state) {
+    with_peak_memory(state, [&] {
         auto ws = std::make_unique<vx::Workspace>();
         vx::CoaddResult r;
         if (vx::CoAddTulva(*ws, files, vx::CoaddKind::Tulva, r, ui) != 0) state.SkipWithError("co-add failed");
         benchmark::DoNotOptimize(ws->panels[0].spectrum.data.data());
-    }
+    });
 }
-BENCHMARK(BM_CoAddTulva)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CoAddTulva)->Arg(8)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

@@ -1,6 +1,8 @@
-// vantorix coadd FILE... [--odyssey|--vosk] [-o SUM.dat] [--json]: transients
-// summed in the time domain, weighted by their experiments, into "Sum of %i
-// Files"; the sum is written as a data file made from the first file used.
+// vantorix coadd FILE... [--odyssey|--vosk|--sed|--sed-ftd] [-o SUM.dat] [--json]:
+// transients summed in the time domain, weighted by their experiments, into
+// "Sum of %i Files"; the sum is written as a data file made from the first
+// file used. Two-channel (SED) files sum each channel apart, and are written
+// as a two-channel file.
 #include <iostream>
 
 #include <fmt/format.h>
@@ -26,12 +28,6 @@ int run_coadd(Context& ctx, const CoaddOptions& o) {
     if (ctx.load_settings() < 0) return 1;
     Workspace& ws = ctx.ws;
     ws.settings_folder.clear();
-    if (o.sed || o.sed_ftd) {
-        ctx.ui.MessagePopup("Operator Error",
-                            "Two-channel (SED) co-adding is not part of this command yet; add each channel's "
-                            "files with coadd after splitting them.");
-        return 1;
-    }
     for (const std::string& f : o.files) {
         if (!o.out.empty() && same_file(f, o.out)) {
             ctx.ui.MessagePopup("Operator Error", fmt::format("The output {} is one of the files to add.", f));
@@ -54,8 +50,11 @@ int run_coadd(Context& ctx, const CoaddOptions& o) {
         progress.update = [&](int done, int total, const CoaddResult&) {
             ctx.ui.Console(fmt::format("co-add {}/{}\n", done, total));
         };
-        if (CoAddTulva(ws, o.files, o.odyssey ? CoaddKind::Odyssey : CoaddKind::Tulva, r, ctx.ui, progress) < 0)
-            return 1;
+        int rc;
+        if (o.sed) rc = CoAddTulvaSED(ws, o.files, r, ctx.ui, progress);
+        else if (o.sed_ftd) rc = CoAddTulvaSEDFTD(ws, o.files, r, ctx.ui, progress);
+        else rc = CoAddTulva(ws, o.files, o.odyssey ? CoaddKind::Odyssey : CoaddKind::Tulva, r, ctx.ui, progress);
+        if (rc < 0) return 1;
         sum = &ws.panels[static_cast<std::size_t>(r.slot)].spectrum;
     }
     for (const std::string& f : r.failed) std::cerr << f << ": not added\n";
@@ -65,7 +64,11 @@ int run_coadd(Context& ctx, const CoaddOptions& o) {
                                 "A sum of Odyssey or Vosk files has no Tulva header to copy; leave out -o.");
             return 1;
         }
-        if (SaveasTULVA(ws, true, o.out, r.slot, 0, ctx.ui) < 0) return 1;
+        if (r.second_slot >= 0) {
+            if (save_sed_channels(ws, o.out, r.slot, r.second_slot, ctx.ui) < 0) return 1;
+        } else if (SaveasTULVA(ws, true, o.out, r.slot, 0, ctx.ui) < 0) {
+            return 1;
+        }
     }
     if (o.json) {
         nlohmann::ordered_json j;
@@ -77,6 +80,7 @@ int run_coadd(Context& ctx, const CoaddOptions& o) {
         j["stopped"] = r.stopped;
         if (!o.out.empty()) j["output"] = o.out;
         j["spectrum"] = spectrum_json(*sum);
+        if (r.second_slot >= 0) j["channel2"] = spectrum_json(ws.panels[static_cast<std::size_t>(r.second_slot)].spectrum);
         std::cout << j.dump(2, ' ', false, vx::cli::INVALID_UTF8) << '\n';
     } else {
         std::cout << fmt::format("{}: {} used, {} failed, total weight {}{}\n", sum->title2, r.used.size(),
@@ -92,8 +96,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("-o,--output", o->out, "Data file to write the sum to (made from the first file used)");
     auto* ody = sub->add_flag("--odyssey", o->odyssey, "Odyssey files, each of weight 1");
     auto* vos = sub->add_flag("--vosk", o->vosk, "Vosk files (--points/--channel as when opening)");
-    auto* sed = sub->add_flag("--sed", o->sed, "Two-channel files");
-    auto* ftd = sub->add_flag("--sed-ftd", o->sed_ftd, "Two-channel files transformed as they are added");
+    auto* sed = sub->add_flag("--sed", o->sed, "Two-channel (SED) files: each channel summed apart, weight 1");
+    auto* ftd = sub->add_flag("--sed-ftd", o->sed_ftd, "Two-channel files whose channels are transformed (process options) before they are added");
     ody->excludes(vos)->excludes(sed)->excludes(ftd);
     vos->excludes(sed)->excludes(ftd);
     sed->excludes(ftd);

@@ -95,6 +95,8 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_option("--highfreq", o->p.highfreq, "Chirp end frequency, Hz")->capture_default_str();
     sub->add_option("--sweeprate", o->p.sweeprate, "Chirp sweep rate, Hz per microsecond")->capture_default_str();
     sub->add_option("--delay", o->p.delay, "From the end of the chirp to the first sample, s")->capture_default_str();
+    sub->add_flag("--sed", o->p.sed,
+                  "Two channels (\"Collection Mode: SED\"): the second a quarter turn on, with noise of its own");
     sub->add_option("--date", o->p.collected_on, "Text of \"Data Collected on\" (default: today)");
     sub->callback([&ctx, o] { ctx.exit_code = run_simulate(ctx, *o); });
 });

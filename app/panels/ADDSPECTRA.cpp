@@ -1,5 +1,7 @@
 #include "panels/ADDSPECTRA.hpp"
 
+#include <functional>
+
 #include <QDialog>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -17,8 +19,15 @@
 
 namespace vx {
 
-void add_spectra(MainWindow& w, CoaddKind kind) {
-    const auto files = w.ui().MultiFileSelectPopup("Open Multiple Files", kind == CoaddKind::Odyssey ? "*.z" : "*.dat *.Z", "");
+namespace {
+
+using CoaddRun = std::function<int(Workspace&, const std::vector<std::string>&, CoaddResult&, Ui&,
+                                   const CoaddProgress&)>;
+
+// The dialogue around one co-add command: asks for the files, shows the bar
+// and the two lists while run adds them, and stays until Close.
+void run_add_spectra(MainWindow& w, const char* mask, const CoaddRun& run) {
+    const auto files = w.ui().MultiFileSelectPopup("Open Multiple Files", mask, "");
     if (files.empty()) return;
     auto* d = new QDialog(&w);
     d->setAttribute(Qt::WA_DeleteOnClose);
@@ -68,7 +77,7 @@ void add_spectra(MainWindow& w, CoaddKind kind) {
     };
     progress.stop_requested = [stop_flag] { return *stop_flag; };
     CoaddResult r;
-    CoAddTulva(w.workspace(), files, kind, r, w.ui(), progress);
+    run(w.workspace(), files, r, w.ui(), progress);
     progress.update(static_cast<int>(files.size()), static_cast<int>(files.size()), r);
     w.sync_windows();
     if (!alive) return;
@@ -76,14 +85,31 @@ void add_spectra(MainWindow& w, CoaddKind kind) {
     close->setEnabled(true);
 }
 
+}  // namespace
+
+void add_spectra(MainWindow& w, CoaddKind kind) {
+    run_add_spectra(w, kind == CoaddKind::Odyssey ? "*.z" : "*.dat *.Z",
+                    [kind](Workspace& ws, const std::vector<std::string>& files, CoaddResult& r, Ui& ui,
+                           const CoaddProgress& progress) { return CoAddTulva(ws, files, kind, r, ui, progress); });
+}
+
+void add_sed_spectra(MainWindow& w, bool transformed) {
+    run_add_spectra(w, "*.dat *.ftd *.Z", transformed ? CoaddRun(CoAddTulvaSEDFTD) : CoaddRun(CoAddTulvaSED));
+}
+
 void add_coadd_entries(MainWindow& w) {
     QMenu* batch = nullptr;
     for (QAction* a : w.menuBar()->actions())
         if (a->menu() && a->text() == "Batch") batch = a->menu();
     if (!batch) batch = w.menuBar()->addMenu("Batch");
-    QObject::connect(batch->addAction("Add Spectra (Tulva)..."), &QAction::triggered, &w,
+    QMenu* add = batch->addMenu("Add Spectra");
+    QObject::connect(add->addAction("Vantorix Files..."), &QAction::triggered, &w,
                      [&w] { add_spectra(w, CoaddKind::Tulva); });
-    QObject::connect(batch->addAction("Add Spectra (Odyssey)..."), &QAction::triggered, &w,
+    QObject::connect(add->addAction("Vantorix SED Files..."), &QAction::triggered, &w,
+                     [&w] { add_sed_spectra(w, false); });
+    QObject::connect(add->addAction("Vantorix FTD Files..."), &QAction::triggered, &w,
+                     [&w] { add_sed_spectra(w, true); });
+    QObject::connect(add->addAction("Odyssey Files..."), &QAction::triggered, &w,
                      [&w] { add_spectra(w, CoaddKind::Odyssey); });
 }
 

@@ -18,6 +18,15 @@ for f in inst-1 inst-sum; do
   "$VX" peaks "$OUT/$f.dat" -o "$OUT/${f}_Z.pks" --sn --robust-noise --json | python3 -c \
     "import json,sys; j=json.load(sys.stdin); print('$f S/N:', ' '.join('%.1f@%.1f' % (p['sn'], p['mz']) for p in j['peaks'] if p['sn'] > 20))"
 done
+# Two-channel files: each channel summed apart, written as a two-channel file.
+sed_files=()
+for k in 1 2 3; do
+  "$VX" simulate "$OUT/inst-ions.csv" -o "$OUT/inst-sed-$k.dat" --sed --points 16384 --storage float --noise 0.02 \
+    --seed $k --date 2026-11-23 >/dev/null
+  sed_files+=("$OUT/inst-sed-$k.dat")
+done
+"$VX" coadd --sed "${sed_files[@]}" -o "$OUT/inst-sed-sum.dat" --json | python3 -c \
+  'import json,sys; j=json.load(sys.stdin); print("SED co-add:", j["title2"], "channels", 1 + ("channel2" in j), "expcount", j["expcount"])'
 "$VX" lcms "$OUT/inst-1_Z.pks" "$OUT/inst-sum_Z.pks"
 # The Vosk special analysis: the sum cut into 8 scans of 8192 points, COF per scan.
 "$VX" vosk "$OUT/inst-sum.dat" --start 0 --points 8192 --step 8192 --process --cof 100 | head -4

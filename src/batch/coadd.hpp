@@ -23,7 +23,8 @@ enum class CoaddKind {
 };
 
 struct CoaddResult {
-    int slot = -1;                    // the result's slot
+    int slot = -1;                    // the result's slot (channel 1 of a two-channel sum)
+    int second_slot = -1;             // channel 2 of a two-channel sum; -1 otherwise
     std::vector<std::string> used;    // GOODFILES
     std::vector<std::string> failed;  // BADFILES
     double total_weight = 0.0;        // T
@@ -43,6 +44,33 @@ struct CoaddProgress {
 // when two slots are not free; a message when no file could be read).
 int CoAddTulva(Workspace& ws, const std::vector<std::string>& files, CoaddKind kind, CoaddResult& result, Ui& ui,
                const CoaddProgress& progress = {});
+
+// CoAddTulvaSED: two-channel (SED) files, each channel summed into its own
+// result slot (result.slot, result.second_slot) with weight 1 and scaled by
+// 1 / n, n the files used; sed = 1 on both results, which become the SED
+// channel globals (phased_data, sed_second_panel). A file that loads with
+// one channel, or shorter than the first, goes into the failed list.
+//
+// Each file is read into a slot of its own that the reader extends by the
+// second channel, and both are given back as soon as the file is added, so a
+// co-add holds four slots whatever the number of files (two slots kept open
+// per added file would end the run after sixteen files).
+int CoAddTulvaSED(Workspace& ws, const std::vector<std::string>& files, CoaddResult& result, Ui& ui,
+                  const CoaddProgress& progress = {});
+
+// CoAddTulvaSEDFTD: as CoAddTulvaSED, but each file's channels are
+// transformed before they are added (Process_Data with the process options
+// of ws.settings): a time-domain pair becomes two spectra, and what is summed
+// is the spectra. Files that hold complex frequency data (double storage:
+// realdata64/imagdata64) are already transformed; their double blocks are
+// summed in double beside the float channels, and freed with the file.
+//
+// A sum of magnitude spectra is not a coherent sum: the noise floor's mean
+// stays where it is and only its spread shrinks, so the S/N grows more slowly
+// than sqrt(n). For the full gain co-add the transients (CoAddTulvaSED) and
+// transform the sum.
+int CoAddTulvaSEDFTD(Workspace& ws, const std::vector<std::string>& files, CoaddResult& result, Ui& ui,
+                     const CoaddProgress& progress = {});
 
 // Coadd_Vosk_Data: the channel of every file of the list summed into spectrum
 // and divided by the number of files. The first file's header gives the

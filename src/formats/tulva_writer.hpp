@@ -95,4 +95,15 @@ int SaveasTULVA(Workspace& ws, bool haspath, std::string path, int panelindex, i
 // file. Returns 0, or -1 after its message.
 int SaveasTULVA_SEDFT(Workspace& ws, bool haspath, std::string path, Ui& ui);
 
+// The two channels of slots first and second as one two-channel (SED) data
+// file made from the first record's source file, in a form both header
+// generations read back. A time-domain pair goes as float blocks: the header
+// with its "Data:" line, block 1, "SED Data:", block 2. A transformed pair goes
+// as double blocks (the first record's realdata64/imagdata64 when it holds
+// them, the float channels widened otherwise) behind the SED header and its
+// phase lines, with a "Data:" line at column 0 so that v4 finds its marker
+// (the .ftd form of SaveasTULVA_SEDFT has none). Returns 0, or -1 after its
+// message.
+int save_sed_channels(Workspace& ws, const std::string& path, int first, int second, Ui& ui);
+
 }  // namespace vx

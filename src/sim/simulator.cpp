@@ -364,6 +364,7 @@ std::string simulated_header(const SimParameters& p, const std::vector<SimIon>& 
     line("Calibration Type: 0");
     line(fmt::sprintf("Source Coeff0: %.6f", p.Aterm));
     line(fmt::sprintf("Source Coeff1: %.6f", p.Bterm));
+    if (p.sed) line("Collection Mode: SED");
     line(fmt::sprintf("Data Points: %d", p.points));
     line(p.int_storage ? "Storage Type: int" : "Storage Type: float");
     if (p.int_storage) line(fmt::sprintf("Voltage Scale: %.12g", voltage_scale));
@@ -386,12 +387,20 @@ std::string simulated_header(const SimParameters& p, const std::vector<SimIon>& 
 }
 
 int write_simulated_file(const std::string& path, const SimParameters& p, const std::vector<SimIon>& ions, Ui& ui) {
-    std::vector<float> v;
+    std::vector<float> v, v2;
     if (simulate_samples(p, ions, v, ui) < 0) return -1;
+    if (p.sed) {
+        SimParameters q = p;
+        q.seed = p.seed + SED_SEED_STEP;
+        std::vector<SimIon> turned = ions;
+        for (SimIon& ion : turned) ion.phase -= PI / 2.0;
+        if (simulate_samples(q, turned, v2, ui) < 0) return -1;
+    }
     double scale = p.voltage_scale;
     if (p.int_storage && scale == 0.0) {
         float peak = 0.0f;
         for (float x : v) peak = std::max(peak, std::fabs(x));
+        for (float x : v2) peak = std::max(peak, std::fabs(x));
         scale = peak > 0.0f ? static_cast<double>(peak) / 32000.0 : 1.0;
     }
     const std::string header = simulated_header(p, ions, scale);
@@ -401,21 +410,21 @@ int write_simulated_file(const std::string& path, const SimParameters& p, const 
         ui.MessagePopup(SIM_ERROR, fmt::format("Cannot write the file {}: {}", path, f.error()));
         return -1;
     }
-    bool ok = f.write(header);
-    if (p.int_storage) {
-        std::vector<std::int16_t> counts(v.size());
-        std::size_t clipped = 0;
-        for (std::size_t i = 0; i < v.size(); ++i) {
-            const double c = std::nearbyint(static_cast<double>(v[i]) / scale);
+    std::size_t clipped = 0;
+    auto block = [&](const std::vector<float>& x) {
+        if (!p.int_storage) return f.write(x.data(), x.size() * sizeof(float));
+        std::vector<std::int16_t> counts(x.size());
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            const double c = std::nearbyint(static_cast<double>(x[i]) / scale);
             if (c > 32767.0 || c < -32768.0) ++clipped;
             counts[i] = static_cast<std::int16_t>(std::clamp(c, -32768.0, 32767.0));
         }
-        if (clipped)
-            ui.Console(fmt::format("note: {} samples were clipped to the int16 range at {} V per count\n", clipped, scale));
-        ok = ok && f.write(counts.data(), counts.size() * sizeof(std::int16_t));
-    } else {
-        ok = ok && f.write(v.data(), v.size() * sizeof(float));
-    }
+        return f.write(counts.data(), counts.size() * sizeof(std::int16_t));
+    };
+    bool ok = f.write(header) && block(v);
+    if (p.sed) ok = ok && f.write(std::string("\nSED Data:\n")) && block(v2);
+    if (clipped)
+        ui.Console(fmt::format("note: {} samples were clipped to the int16 range at {} V per count\n", clipped, scale));
     if (!ok || f.commit() != 0) {
         ui.MessagePopup(SIM_ERROR, fmt::format("Writing the file {} failed: {}", path, f.error()));
         return -1;

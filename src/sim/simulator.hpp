@@ -55,7 +55,14 @@ struct SimParameters {
     std::string collected_on;   // "Data Collected on " text; empty: today (UTC)
     std::string source_name;    // named in the header comment (the ion list)
     std::int32_t expcount = 1;  // experiments summed in the file ("expcount:")
+    // Two-channel ("Collection Mode: SED") file: the second channel is the
+    // signal of a detector pair a quarter turn on (each ion's phase less
+    // pi / 2), with noise of its own (seed + SED_SEED_STEP), in a block behind
+    // a "SED Data:" line.
+    bool sed = false;
 };
+
+inline constexpr std::uint64_t SED_SEED_STEP = 0x5ED;
 
 // Reads an ion list: one ion a line, "m/z, abundance[, decay s[, phase rad[, polarity]]]";
 // blank lines and text after '#' are ignored, a first line of column names is
