@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.hpp"
+#include "phase_bruker.hpp"
 #include "save_frequency.hpp"
 #include "formats/open_file.hpp"
 #include "formats/spectrum_export.hpp"
@@ -32,6 +33,9 @@ struct PhaseCliOptions {
     int truncations = 0, zerofills = 1, rephase = 0, threads = 0, polarity = 0;
     double rephase_sn = 3.0, baseline_scaler = 3.0;
     double constant = NAN;
+    std::string chirp_seek = "auto";  // Bruker: auto, always or none
+    long long skip_points = -1;
+    int widths = 0;                   // lines in the magnitude / absorption width table
 };
 
 int write_export(Context& ctx, int slot, const std::string& path) {
@@ -91,6 +95,8 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     r.rephase_sn = o.rephase_sn;
     r.baseline_scaler = o.baseline_scaler;
     r.workers = o.threads;
+    r.chirp_seek = o.chirp_seek == "none" ? 0 : o.chirp_seek == "always" ? 1 : -1;
+    r.skip_points = o.skip_points;
     if (!o.terms.empty()) {
         std::vector<double> t;
         std::stringstream ss(o.terms);
@@ -171,6 +177,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         s.data = std::move(keep);
         if (drc < 0) return 1;
     }
+    const BrukerWidths widths = bruker_widths_of(s, res, o.widths);
     if (!o.write_terms.empty()) {
         const double u = o.special ? relativex : 0.0;
         const double e = o.extra_point ? 1.0 / s.dbandwidth : 0.0;
@@ -212,6 +219,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
                                          {"final", res.section_final[i]},
                                          {"constant", res.section_constant[i]}});
         }
+        add_bruker_json(j, res, widths);
         if (!o.out.empty()) j["output"] = o.out;
         if (!o.write_terms.empty()) j["terms_file"] = o.write_terms;
         if (!o.save_vfd.empty()) j["vfd"] = o.save_vfd;
@@ -227,6 +235,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         for (std::size_t i = 0; i < res.section_constant.size(); ++i)
             std::cout << fmt::format("Section {} ({} to {}): {:.4f} rad\n", i, res.section_initial[i],
                                      res.section_final[i], res.section_constant[i]);
+        print_bruker_text(std::cout, res, widths);
         if (!o.out.empty()) std::cout << fmt::format("wrote {} ({} points, {} Hz per point)\n", o.out, s.datacount, s.hzppt);
         if (!o.write_terms.empty()) std::cout << fmt::format("wrote {}\n", o.write_terms);
         if (!o.save_vfd.empty()) std::cout << fmt::format("wrote {}\n", o.save_vfd);
@@ -280,6 +289,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_flag("--transfer", o->transfer, "With --divide: the transfer function, magnitude to -o, phase (rad) to --dispersion");
     sub->add_option("--threads", o->threads, "Score workers (default: twice the processors, at most 4)")
         ->check(CLI::Range(1, 8));
+    add_bruker_phase_options(sub, o->chirp_seek, o->skip_points, o->widths);
     sub->add_flag("--overwrite", o->overwrite, "Answer yes when asked to overwrite an existing .xy.bin file");
     sub->add_flag("--json", o->json, "Print the terms found as one JSON object");
     sub->callback([&ctx, o] { ctx.exit_code = run_phase(ctx, *o); });

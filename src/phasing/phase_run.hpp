@@ -47,6 +47,12 @@ struct PhaseRunOptions {
     std::optional<std::vector<double>> terms;
     std::optional<double> constant_degrees;  // the curve from the script, this constant, no search
     int workers = 0;            // 0: thread_count of this machine
+    // Bruker acquisitions: search the curve's rate and delay around the
+    // method's values: -1 when the method lacks part of the delay, 1 always,
+    // 0 never; leading samples taken out of the transient (their time joins
+    // the delay), -1 the digitiser's zeros and rise.
+    int chirp_seek = -1;
+    long long skip_points = -1;
 };
 
 struct PhaseRunResult {
@@ -61,6 +67,12 @@ struct PhaseRunResult {
     // Section rephasing results (section bounds relative to the band).
     std::vector<std::int32_t> section_initial, section_final;
     std::vector<double> section_constant;
+    // Bruker acquisitions: "method" or "searched" (how the rate and delay were
+    // found), the signed rate (Hz/us) and the leading samples taken out.
+    std::string excitation;
+    double sweep_rate = 0.0;
+    long long skipped_points = 0;
+    double seek_score = 0.0, method_score = 0.0;
 };
 
 // Threads the score workers may use: twice the processors, at most 4.
