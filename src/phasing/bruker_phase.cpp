@@ -126,7 +126,6 @@ int phase_bruker_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRu
         so.workers = workers;
         if (!e.complete) {
             so.delay_span = 10e-3;
-            so.levels = 6;
         }
         const ChirpSeekResult sr = chirp_seek(s.realdata.data(), s.imagdata.data(), s.hzppt,
                                               static_cast<std::size_t>(start), static_cast<std::size_t>(end), so);

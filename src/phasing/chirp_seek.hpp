@@ -7,13 +7,22 @@
 // signed; T in s; ref the frequency at which the sweep ends). A trial (R, T)
 // is scored on the significant points of the band (magnitude above a multiple
 // of the band's median magnitude, which is the noise level): each point's
-// turned value is reduced to its direction, and the score is the length of
-// their sum, as a fraction of the point count. A correct curve turns every
+// turned value is reduced to its direction, weighted by its magnitude up to 5 %
+// of the band's tallest and by 1 above, and the score is the length of their
+// sum as a fraction of the sum of the weights. A correct curve turns every
 // line's top onto one direction (its flanks differ by the odd dispersion part,
 // which cancels), so the score is highest there, and every line counts by its
 // width, not its height: weak lines far from the strong ones pin down the
-// quadratic term. The constant is then the direction of that sum. The grid is
-// searched coarse to fine, on worker threads.
+// quadratic term. The constant is then the direction of that sum.
+//
+// The score's peak is as narrow in delay as one over the frequency span of
+// the lines (microseconds for a broadband spectrum), far too narrow for a grid
+// over milliseconds; but for one rate the score of every delay is the
+// magnitude of one Fourier transform of the turned points, so the first stage
+// takes, for each trial rate (trials one radian of quadratic phase apart
+// across the lines), the best delay of the whole range from one transform. A
+// grid around the best then refines both to fractions of a step. Trials run on
+// worker threads.
 #pragma once
 
 #include <cstddef>
@@ -26,11 +35,12 @@ struct ChirpSeekOptions {
     double reference = 0.0;     // Hz, where the sweep ends
     double rate = 0.0;          // starting sweep rate, Hz/us, signed
     double delay = 0.0;         // starting delay, s
-    double rate_span = 0.25;    // first level searches rate * (1 +- rate_span)
-    double delay_span = 200e-6; // and delay +- delay_span
+    double rate_span = 0.01;    // trial rates rate * (1 +- rate_span)
+    double delay_span = 200e-6; // and delays delay +- delay_span
     bool search_rate = true;    // false: the rate stays as given
-    int grid = 13;              // trials per axis and level (odd)
-    int levels = 5;             // each level narrows the spans to 2 / (grid - 1) of the last
+    int max_rate_trials = 128;  // trial rates of the first stage, at most
+    int grid = 9;               // trials per axis and level of the refinement (odd)
+    int levels = 4;             // each level narrows the spans to 2 / (grid - 1) of the last
     double significance = 20.0; // points above this multiple of the band's median magnitude
     std::size_t max_points = 200000;  // at most so many strongest points are scored
     int workers = 1;
