@@ -33,7 +33,7 @@ struct PhaseCliOptions {
     int truncations = 0, zerofills = 1, rephase = 0, threads = 0, polarity = 0;
     double rephase_sn = 3.0, baseline_scaler = 3.0;
     double constant = NAN;
-    std::string chirp_seek = "auto";  // Bruker: auto, always or none
+    std::string chirp_seek = "auto";  // Bruker: auto (searched around the method) or none
     long long skip_points = -1;
     int widths = 0;                   // lines in the magnitude / absorption width table
 };
@@ -95,7 +95,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     r.rephase_sn = o.rephase_sn;
     r.baseline_scaler = o.baseline_scaler;
     r.workers = o.threads;
-    r.chirp_seek = o.chirp_seek == "none" ? 0 : o.chirp_seek == "always" ? 1 : -1;
+    r.chirp_seek = o.chirp_seek == "none" ? 0 : -1;
     r.skip_points = o.skip_points;
     if (!o.terms.empty()) {
         std::vector<double> t;

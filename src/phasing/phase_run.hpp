@@ -48,9 +48,9 @@ struct PhaseRunOptions {
     std::optional<double> constant_degrees;  // the curve from the script, this constant, no search
     int workers = 0;            // 0: thread_count of this machine
     // Bruker acquisitions: search the curve's rate and delay around the
-    // method's values: -1 when the method lacks part of the delay, 1 always,
-    // 0 never; leading samples taken out of the transient (their time joins
-    // the delay), -1 the digitiser's zeros and rise.
+    // method's values (-1), or take them as they stand (0); leading samples
+    // taken out of the transient (their time joins the delay), -1 the
+    // digitiser's zeros and rise.
     int chirp_seek = -1;
     long long skip_points = -1;
 };
