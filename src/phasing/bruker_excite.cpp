@@ -182,6 +182,9 @@ int bruker_excitation_from(const std::map<std::string, std::string>& v, const st
     e.start_hz = downward ? e.high_hz : e.low_hz;
     e.end_hz = downward ? e.low_hz : e.high_hz;
     e.rate = (e.end_hz - e.start_hz) / (e.sweep_time * 1e6);
+    if (!std::isfinite(e.rate) || e.rate == 0.0 || !std::isfinite(e.sweep_time) || !std::isfinite(e.delay))
+        return insufficient(ui, fmt::format("The method's sweep ({} steps of {} s, {} s to detection) is not a sweep.",
+                                            e.steps, e.step_time, e.delay));
     return 0;
 }
 

@@ -72,8 +72,10 @@ Points significant(const float* re, const float* im, double hzppt, std::size_t s
     if (max_points > 0) {
         std::sort(lines.begin(), lines.end(), [&](const Line& x, const Line& y) { return mag[x.top] > mag[y.top]; });
         std::size_t total = 0, keep = 0;
-        while (keep < lines.size() && total + (lines[keep].hi - lines[keep].lo + 1) <= max_points)
-            total += lines[keep++].hi - lines[keep - 1].lo + 1;
+        while (keep < lines.size() && total + (lines[keep].hi - lines[keep].lo + 1) <= max_points) {
+            total += lines[keep].hi - lines[keep].lo + 1;
+            ++keep;
+        }
         lines.resize(keep);
         std::sort(lines.begin(), lines.end(), [](const Line& x, const Line& y) { return x.top < y.top; });
     }
@@ -150,9 +152,11 @@ ChirpSeekResult chirp_seek(const float* re, const float* im, double hzppt, std::
     // scores all delays. The points are gathered into bins of h Hz, narrow
     // enough that no delay of the range turns a point by more than 1/16 turn
     // within its bin; the lag step is then one over the band's width.
-    const double reach = std::fabs(o.delay) + o.delay_span;
-    const std::size_t bin = std::max<std::size_t>(
-        1, static_cast<std::size_t>(std::floor(1.0 / (8.0 * std::max(reach, 1e-9) * hzppt))));
+    const double reach = std::fabs(o.delay) + std::fabs(o.delay_span);
+    const double bins = std::floor(1.0 / (8.0 * std::max(reach, 1e-9) * hzppt));
+    const std::size_t bin = std::isfinite(bins) && bins >= 1.0
+                                ? static_cast<std::size_t>(std::min(bins, static_cast<double>(end - start)))
+                                : 1;
     const double h = static_cast<double>(bin) * hzppt;
     std::size_t M = 1;
     while (M * bin < end - start) M <<= 1;
@@ -164,9 +168,13 @@ ChirpSeekResult chirp_seek(const float* re, const float* im, double hzppt, std::
     if (o.search_rate && o.rate_span > 0.0)
         per_side = static_cast<int>(std::min<double>(o.max_rate_trials / 2, std::ceil(o.rate_span / step)));
     const double rel = per_side > 0 ? o.rate_span / per_side : 0.0;
-    const long long lag_lo = static_cast<long long>(std::floor((o.delay - o.delay_span) / dT));
-    const long long lag_hi = static_cast<long long>(std::ceil((o.delay + o.delay_span) / dT));
-    if (M >= 2 && M <= (std::size_t{1} << 26) && lag_hi - lag_lo < static_cast<long long>(M)) {
+    const double lo_lag = std::floor((o.delay - std::fabs(o.delay_span)) / dT);
+    const double hi_lag = std::ceil((o.delay + std::fabs(o.delay_span)) / dT);
+    const bool lags_ok = std::isfinite(lo_lag) && std::isfinite(hi_lag) && std::fabs(lo_lag) < 1e15 &&
+                         std::fabs(hi_lag) < 1e15 && hi_lag - lo_lag < static_cast<double>(M);
+    const long long lag_lo = lags_ok ? static_cast<long long>(lo_lag) : 0;
+    const long long lag_hi = lags_ok ? static_cast<long long>(hi_lag) : -1;
+    if (lags_ok && M >= 2 && M <= (std::size_t{1} << 26)) {
         const int trials = 2 * per_side + 1;
         std::vector<double> best_score(static_cast<std::size_t>(trials), -1.0), best_delay(best_score.size(), 0.0);
         arena.execute([&] {
