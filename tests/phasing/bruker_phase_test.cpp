@@ -19,6 +19,8 @@
 #include "phasing/bruker_excite.hpp"
 #include "phasing/bruker_phase.hpp"
 #include "phasing/chirp_seek.hpp"
+#include "phasing/phase_command.hpp"
+#include "phasing/phase_modes.hpp"
 #include "phasing/phase_run.hpp"
 #include "platform/ui.hpp"
 #include "sim/simulator.hpp"
@@ -284,6 +286,30 @@ TEST(BrukerPhase, SimulatedAcquisitionsComeOutInAbsorption) {
         }
         std::sort(ratios.begin(), ratios.end());
         EXPECT_GE(ratios[ratios.size() / 2], 1.9);
+    }
+}
+
+TEST(BrukerPhase, PanelsTakeTheSameRoad) {
+    // "Absorption Mode Controls" (phase_command) and "Phasing the Data" in its
+    // absorption mode (phasing_process_command) on an opened .d.
+    TempDir dir;
+    const SimD d = simulated_d(dir, "panel.d", {}, false, 0);
+    for (int panel = 0; panel < 2; ++panel) {
+        SCOPED_TRACE(panel == 0 ? "PHASE2" : "PHASE");
+        Workspace ws;
+        RecordingUi ui;
+        const int slot = open_any_file(ws, d.path, ui);
+        ASSERT_GE(slot, 0);
+        ws.active_panel = slot;
+        PhaseRunResult r;
+        PhaseProcessOptions po;
+        po.run.zerofills = 1;
+        const int rc = panel == 0 ? phase_command(ws, po.run, ui, &r)
+                                  : phasing_process_command(ws, slot, -1, po, false, ui, &r, nullptr);
+        ASSERT_EQ(rc, 0) << (ui.messages.empty() ? "" : ui.messages.front().text);
+        EXPECT_EQ(r.excitation, "searched");
+        EXPECT_NEAR(r.sweep_rate, -50.0, 0.05);
+        EXPECT_NE(ws.panels[static_cast<std::size_t>(slot)].spectrum.domain, DOMAIN_TIME);  // shown as a spectrum
     }
 }
 
