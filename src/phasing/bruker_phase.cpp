@@ -43,6 +43,11 @@ int phase_bruker_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRu
         ui.MessagePopup("Phasing Error", "Only a real (direct or heterodyne) transient can be phased.");
         return -1;
     }
+    if (o.harmonic3 || o.rephase_sections > 0) {
+        ui.MessagePopup("Phasing Error", "Third-harmonic phasing and section rephasing are not offered for Bruker "
+                                         "acquisitions.");
+        return -1;
+    }
     BrukerExcitation e;
     if (read_bruker_excitation(s.filename, e, ui) < 0) return -15;
     for (const std::string& n : e.notes) ui.Console(n + "\n");
@@ -63,7 +68,10 @@ int phase_bruker_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRu
     if (o.truncations > 0) Truncate(s, o.truncations);
     if (o.zero_dc) Baseline_Correct(s);
     const std::size_t n0 = static_cast<std::size_t>(s.datacount);
-    const std::size_t skip = o.skip_points >= 0 ? static_cast<std::size_t>(o.skip_points) : bruker_leading_points(s.data);
+    // Given terms apply to the transient as stored, unless told otherwise.
+    const std::size_t skip = o.skip_points >= 0 ? static_cast<std::size_t>(o.skip_points)
+                             : o.terms           ? 0
+                                                 : bruker_leading_points(s.data);
     if (skip >= n0 / 2) {
         ui.MessagePopup("Phasing Error", fmt::format("{} leading samples of {} cannot be left out.", skip, n0));
         return -1;
