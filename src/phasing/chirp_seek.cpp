@@ -112,18 +112,6 @@ std::complex<double> turned_sum(const Points& p, double reference, double rate, 
 
 }  // namespace
 
-double chirp_coherence(const float* re, const float* im, double hzppt, std::size_t start, std::size_t end,
-                       double reference, double rate, double delay, double significance, double* constant) {
-    const Points p = significant(re, im, hzppt, start, end, significance, 0);
-    if (p.f.empty() || rate == 0.0) {
-        if (constant) *constant = 0.0;
-        return 0.0;
-    }
-    const std::complex<double> z = turned_sum(p, reference, rate, delay);
-    if (constant) *constant = -std::arg(z);
-    return std::abs(z) / p.weight;
-}
-
 ChirpSeekResult chirp_seek(const float* re, const float* im, double hzppt, std::size_t start, std::size_t end,
                            const ChirpSeekOptions& o) {
     ChirpSeekResult r;

@@ -62,11 +62,6 @@ struct ChirpSeekResult {
 ChirpSeekResult chirp_seek(const float* re, const float* im, double hzppt, std::size_t start, std::size_t end,
                            const ChirpSeekOptions& o);
 
-// The coherence of the significant points of the band for one (rate, delay),
-// with the constant that turns it onto the positive axis.
-double chirp_coherence(const float* re, const float* im, double hzppt, std::size_t start, std::size_t end,
-                       double reference, double rate, double delay, double significance, double* constant);
-
 // One line's full width at half maximum in magnitude and in absorption.
 struct WidthRow {
     std::size_t point = 0;    // top of the magnitude line
