@@ -27,15 +27,15 @@ namespace {
 struct PhaseCliOptions {
     std::string file, out, dispersion, write_terms, inverse_out, divide, save_vfd;
     bool exact_count = false;
+    std::string chirp_seek = "auto";  // Bruker: auto (searched around the method) or none
+    long long leading_points = -1;    // Bruker: leading samples left out
+    int widths = 0;                   // lines in the magnitude / absorption width table
     std::string method = "iterate", form = "final", apodization = "none", terms, baseline = "dips";
     bool exclude_excite = false, zero_dc = false, roll = false, harmonic3 = false, extra_point = false;
     bool special = false, test = false, json = false, overwrite = false, transfer = false;
     int truncations = 0, zerofills = 1, rephase = 0, threads = 0, polarity = 0;
     double rephase_sn = 3.0, baseline_scaler = 3.0;
     double constant = NAN;
-    std::string chirp_seek = "auto";  // Bruker: auto (searched around the method) or none
-    long long skip_points = -1;
-    int widths = 0;                   // lines in the magnitude / absorption width table
 };
 
 int write_export(Context& ctx, int slot, const std::string& path) {
@@ -96,7 +96,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     r.baseline_scaler = o.baseline_scaler;
     r.workers = o.threads;
     r.chirp_seek = o.chirp_seek == "none" ? 0 : -1;
-    r.skip_points = o.skip_points;
+    r.leading_points = o.leading_points;
     if (!o.terms.empty()) {
         std::vector<double> t;
         std::stringstream ss(o.terms);
@@ -289,7 +289,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_flag("--transfer", o->transfer, "With --divide: the transfer function, magnitude to -o, phase (rad) to --dispersion");
     sub->add_option("--threads", o->threads, "Score workers (default: twice the processors, at most 4)")
         ->check(CLI::Range(1, 8));
-    add_bruker_phase_options(sub, o->chirp_seek, o->skip_points, o->widths);
+    add_bruker_phase_options(sub, o->chirp_seek, o->leading_points, o->widths);
     sub->add_flag("--overwrite", o->overwrite, "Answer yes when asked to overwrite an existing .xy.bin file");
     sub->add_flag("--json", o->json, "Print the terms found as one JSON object");
     sub->callback([&ctx, o] { ctx.exit_code = run_phase(ctx, *o); });

@@ -6,12 +6,12 @@
 
 namespace vx::cli {
 
-void add_bruker_phase_options(CLI::App* sub, std::string& chirp_seek, long long& skip_points, int& widths) {
+void add_bruker_phase_options(CLI::App* sub, std::string& chirp_seek, long long& leading_points, int& widths) {
     sub->add_option("--chirp-seek", chirp_seek,
                     "Bruker .d: auto (search the sweep rate and delay on the spectrum around the method's values, "
                     "default) or none (the method's values as they stand)")
         ->check(CLI::IsMember({"auto", "none"}));
-    sub->add_option("--skip-points", skip_points,
+    sub->add_option("--leading-points", leading_points,
                     "Bruker .d: leading samples left out (their time joins the delay); default: the digitiser's "
                     "zeros and rise")
         ->check(CLI::Range(0LL, 1LL << 30));

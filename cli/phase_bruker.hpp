@@ -20,7 +20,7 @@ struct BrukerWidths {
     double median = 0.0;
 };
 
-void add_bruker_phase_options(CLI::App* sub, std::string& chirp_seek, long long& skip_points, int& widths);
+void add_bruker_phase_options(CLI::App* sub, std::string& chirp_seek, long long& leading_points, int& widths);
 // The width table of the count tallest lines of the band (none for count 0).
 BrukerWidths bruker_widths_of(const Spectrum& s, const PhaseRunResult& r, int count);
 void add_bruker_json(nlohmann::json& j, const PhaseRunResult& r, const BrukerWidths& w);

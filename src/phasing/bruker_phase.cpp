@@ -69,7 +69,7 @@ int phase_bruker_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRu
     if (o.zero_dc) Baseline_Correct(s);
     const std::size_t n0 = static_cast<std::size_t>(s.datacount);
     // Given terms apply to the transient as stored, unless told otherwise.
-    const std::size_t skip = o.skip_points >= 0 ? static_cast<std::size_t>(o.skip_points)
+    const std::size_t skip = o.leading_points >= 0 ? static_cast<std::size_t>(o.leading_points)
                              : o.terms           ? 0
                                                  : bruker_leading_points(s.data);
     if (skip >= n0 / 2) {

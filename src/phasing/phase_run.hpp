@@ -43,16 +43,16 @@ struct PhaseRunOptions {
     int rephase_sections = 0;   // > 0: section rephasing over the band
     double rephase_sn = 3.0;
     double baseline_scaler = 3.0;
-    // Given terms, no search: second order (rad/Hz^2), first order (rad/Hz, subtracted), constant (rad).
-    std::optional<std::vector<double>> terms;
-    std::optional<double> constant_degrees;  // the curve from the script, this constant, no search
-    int workers = 0;            // 0: thread_count of this machine
     // Bruker acquisitions: search the curve's rate and delay around the
     // method's values (-1), or take them as they stand (0); leading samples
     // taken out of the transient (their time joins the delay), -1 the
     // digitiser's zeros and rise.
     int chirp_seek = -1;
-    long long skip_points = -1;
+    long long leading_points = -1;
+    // Given terms, no search: second order (rad/Hz^2), first order (rad/Hz, subtracted), constant (rad).
+    std::optional<std::vector<double>> terms;
+    std::optional<double> constant_degrees;  // the curve from the script, this constant, no search
+    int workers = 0;            // 0: thread_count of this machine
 };
 
 struct PhaseRunResult {
