@@ -276,6 +276,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto* terms = sub->add_option("--terms", o->terms, "Apply A,B,C (rad/Hz^2, rad/Hz, rad) with no search");
     auto* cons = sub->add_option("--constant", o->constant, "Apply this zero-order constant in degrees, no search");
     terms->excludes(cons);
+    add_bruker_phase_options(sub, o->chirp_seek, o->leading_points, o->widths);
     sub->add_option("--dispersion", o->dispersion, "Also write the dispersion (imaginary) spectrum");
     sub->add_option("--save", o->save_vfd, "Store the phased spectrum as a frequency data file (.vfd)");
     sub->add_flag("--exact-count", o->exact_count,
@@ -289,7 +290,6 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     sub->add_flag("--transfer", o->transfer, "With --divide: the transfer function, magnitude to -o, phase (rad) to --dispersion");
     sub->add_option("--threads", o->threads, "Score workers (default: twice the processors, at most 4)")
         ->check(CLI::Range(1, 8));
-    add_bruker_phase_options(sub, o->chirp_seek, o->leading_points, o->widths);
     sub->add_flag("--overwrite", o->overwrite, "Answer yes when asked to overwrite an existing .xy.bin file");
     sub->add_flag("--json", o->json, "Print the terms found as one JSON object");
     sub->callback([&ctx, o] { ctx.exit_code = run_phase(ctx, *o); });
