@@ -36,8 +36,10 @@ void add_bruker_json(nlohmann::json& j, const PhaseRunResult& r, const BrukerWid
         j["excitation"] = r.excitation;
         j["sweep_rate"] = r.sweep_rate;
         j["skipped_points"] = r.skipped_points;
-        j["method_coherence"] = r.method_score;
-        j["coherence"] = r.seek_score;
+        if (r.excitation == "searched" || r.seek_score > 0.0) {  // scored only when searched
+            j["method_coherence"] = r.method_score;
+            j["coherence"] = r.seek_score;
+        }
     }
     if (w.rows.empty()) return;
     nlohmann::json rows = nlohmann::json::array();
