@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.hpp"
+#include "phase_bruker.hpp"
 #include "save_frequency.hpp"
 #include "formats/open_file.hpp"
 #include "formats/spectrum_export.hpp"
@@ -27,6 +28,9 @@ namespace {
 struct PhaseCliOptions {
     std::string file, out, dispersion, write_terms, inverse_out, divide, save_vfd;
     bool exact_count = false;
+    std::string chirp_seek = "auto";  // Bruker: auto (searched around the method) or none
+    long long leading_points = -1;    // Bruker: leading samples left out
+    int widths = 0;                   // lines in the magnitude / absorption width table
     std::string method = "iterate", form = "final", apodization = "none", terms, baseline = "dips";
     bool exclude_excite = false, zero_dc = false, roll = false, harmonic3 = false, extra_point = false;
     bool special = false, test = false, json = false, overwrite = false, transfer = false;
@@ -113,6 +117,8 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
     r.rephase_sn = o.rephase_sn;
     r.baseline_scaler = o.baseline_scaler;
     r.workers = o.threads;
+    r.chirp_seek = o.chirp_seek == "none" ? 0 : -1;
+    r.leading_points = o.leading_points;
     if (!o.terms.empty()) {
         std::vector<double> t;
         std::stringstream ss(o.terms);
@@ -273,6 +279,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         s.data = std::move(keep);
         if (drc < 0) return 1;
     }
+    const BrukerWidths widths = bruker_widths_of(s, res, o.widths);
     if (!o.write_terms.empty()) {
         const double u = o.special ? relativex : 0.0;
         const double e = o.extra_point ? 1.0 / s.dbandwidth : 0.0;
@@ -314,6 +321,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
                                          {"final", res.section_final[i]},
                                          {"constant", res.section_constant[i]}});
         }
+        add_bruker_json(j, res, widths);
         if (!o.out.empty()) j["output"] = o.out;
         if (!o.write_terms.empty()) j["terms_file"] = o.write_terms;
         if (!o.save_vfd.empty()) j["vfd"] = o.save_vfd;
@@ -329,6 +337,7 @@ int run_phase(Context& ctx, const PhaseCliOptions& o) {
         for (std::size_t i = 0; i < res.section_constant.size(); ++i)
             std::cout << fmt::format("Section {} ({} to {}): {:.4f} rad\n", i, res.section_initial[i],
                                      res.section_final[i], res.section_constant[i]);
+        print_bruker_text(std::cout, res, widths);
         if (!o.out.empty()) std::cout << fmt::format("wrote {} ({} points, {} Hz per point)\n", o.out, s.datacount, s.hzppt);
         if (!o.write_terms.empty()) std::cout << fmt::format("wrote {}\n", o.write_terms);
         if (!o.save_vfd.empty()) std::cout << fmt::format("wrote {}\n", o.save_vfd);
@@ -369,6 +378,7 @@ CommandRegistration reg([](CLI::App& app, Context& ctx) {
     auto* terms = sub->add_option("--terms", o->terms, "Apply A,B,C (rad/Hz^2, rad/Hz, rad) with no search");
     auto* cons = sub->add_option("--constant", o->constant, "Apply this zero-order constant in degrees, no search");
     terms->excludes(cons);
+    add_bruker_phase_options(sub, o->chirp_seek, o->leading_points, o->widths);
     sub->add_option("--dispersion", o->dispersion, "Also write the dispersion (imaginary) spectrum");
     sub->add_option("--save", o->save_vfd, "Store the phased spectrum as a frequency data file (.vfd)");
     sub->add_flag("--exact-count", o->exact_count,

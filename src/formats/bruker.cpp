@@ -395,6 +395,7 @@ int read_bruker_parameters(const std::string& directory, BrukerParameters& bp, U
     bp.EXC_hi = real_of(m, "EXC_hi").value_or(-1.0);
     bp.NS = int_of(m, "NS").value_or(0);
     if (bp.method.empty() && m.count("PULPROG")) bp.method = m["PULPROG"];
+    bp.values = m;
     if (!std::isfinite(bp.ML1) || !std::isfinite(bp.ML2) || !std::isfinite(bp.ML3) || bp.ML1 == 0.0) {
         ui.MessagePopup(OPEN_ERROR, fmt::format("{} gives no usable calibration (ML1 {}, ML2 {}, ML3 {}).",
                                                 bp.parameter_file, bp.ML1, bp.ML2, bp.ML3));

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,9 @@ struct BrukerParameters {
     std::string method;          // method name
     std::string user;
     std::string sample;
+    // Every parameter of the file by name, as text (the excitation of the
+    // phasing run reads its sweep from these).
+    std::map<std::string, std::string> values;
 };
 
 // The directory a path stands for: the path itself when it is a directory,

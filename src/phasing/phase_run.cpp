@@ -15,6 +15,7 @@
 #include "experiment/excite_script.hpp"
 #include "formats/tulva_reader.hpp"
 #include "peaks/noise.hpp"
+#include "phasing/bruker_phase.hpp"
 #include "phasing/halfapod.hpp"
 #include "phasing/phase_search.hpp"
 #include "phasing/rephase.hpp"
@@ -42,6 +43,7 @@ int phase_thread_count() {
 }
 
 int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult* result) {
+    if (is_bruker_method_record(s)) return phase_bruker_spectrum(s, o, ui, result);  // excitation from the method
     PhaseRunResult local;
     PhaseRunResult& res = result ? *result : local;
     res = PhaseRunResult{};

@@ -43,6 +43,12 @@ struct PhaseRunOptions {
     int rephase_sections = 0;   // > 0: section rephasing over the band
     double rephase_sn = 3.0;
     double baseline_scaler = 3.0;
+    // Bruker acquisitions: search the curve's rate and delay around the
+    // method's values (-1), or take them as they stand (0); leading samples
+    // taken out of the transient (their time joins the delay), -1 the
+    // digitiser's zeros and rise.
+    int chirp_seek = -1;
+    long long leading_points = -1;
     // Given terms, no search: second order (rad/Hz^2), first order (rad/Hz, subtracted), constant (rad).
     std::optional<std::vector<double>> terms;
     std::optional<double> constant_degrees;  // the curve from the script, this constant, no search
@@ -75,6 +81,12 @@ struct PhaseRunResult {
     // Section rephasing results (section bounds relative to the band).
     std::vector<std::int32_t> section_initial, section_final;
     std::vector<double> section_constant;
+    // Bruker acquisitions: "method" or "searched" (how the rate and delay were
+    // found), the signed rate (Hz/us) and the leading samples taken out.
+    std::string excitation;
+    double sweep_rate = 0.0;
+    long long skipped_points = 0;
+    double seek_score = 0.0, method_score = 0.0;
 };
 
 // Threads the score workers may use: twice the processors, at most 4.
