@@ -164,52 +164,7 @@ int phase_bruker_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRu
     }
     const PhaseScoreWorkers scorer =
         PhaseScoreWorkers::over(P.data() + start, Q.data() + start, band, res.testfit, workers);
-    double C = m.Cterm;
-    int degrees = static_cast<int>(std::lround(C * 180.0 / PI));
-    if (given) {
-        // no search
-    } else if (o.constant_degrees) {
-        degrees = static_cast<int>(std::lround(*o.constant_degrees));
-        C = *o.constant_degrees * PI / 180.0;
-    } else if (o.method == PHASE_VECTOR) {
-        C = scorer.vector_constant();
-        degrees = static_cast<int>(std::lround(C * 180.0 / PI));
-        res.searched = true;
-    } else if (o.method != PHASE_ITERATE) {
-        degrees = analytical_degrees(o.method, res.sweep_rate, o.polarity, 1.0);
-        C = degrees * PI / 180.0;
-    } else {
-        const LadderResult lr = phase_ladder(scorer);
-        degrees = lr.best_degrees;
-        C = degrees * PI / 180.0;
-        res.searched = true;
-        res.evaluations = lr.evaluations;
-    }
-    const ScoreResult sc = scorer.score({C}).front();
-    res.score = sc.score;
-    res.drop = sc.drop;
-    m.Cterm = C;
-    res.model = m;
-    res.applied_degrees = degrees;
-    rotate_turned(P, Q, C, s.data, o.dispersion ? &res.dispersion : nullptr);
-    P = std::vector<float>();
-    Q = std::vector<float>();
-
-    // The record's terms, stored as every searched run stores them (the
-    // constant 45 degrees above the one applied).
-    s.OptimizedSecondorder = m.Aterm;
-    s.OptimizedFirstorder = m.Bterm;
-    s.phasescale = sc.score;
-    if (res.searched && o.method == PHASE_VECTOR) {
-        s.Zeroorder = C + PI / 4.0;
-        s.ZeroDegrees = degrees + 45;
-    } else if (res.searched) {
-        s.Zeroorder = PI * (degrees + 45) / 180.0;
-        s.ZeroDegrees = degrees + 45;
-    } else {
-        s.Zeroorder = C;
-        s.ZeroDegrees = degrees;
-    }
+    apply_zero_order(s, o, given, false, res.sweep_rate, 1.0, scorer, P, Q, m, res);
     s.Phased_Datacount = static_cast<std::int32_t>(N);
     if (o.baseline && o.median_baseline)
         remove_median_baseline(s.data, 1024);

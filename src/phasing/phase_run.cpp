@@ -42,6 +42,57 @@ int phase_thread_count() {
     return static_cast<int>(std::min(2u * p, 4u));
 }
 
+void apply_zero_order(Spectrum& s, const PhaseRunOptions& o, bool no_search, bool keep_terms, double signed_rate,
+                      double harmonic, const PhaseScoreWorkers& scorer, std::vector<float>& P, std::vector<float>& Q,
+                      PhaseModel& m, PhaseRunResult& res) {
+    double C = m.Cterm;
+    int degrees = static_cast<int>(std::lround(C * 180.0 / PI));
+    if (no_search) {
+        // the terms as given or stored
+    } else if (o.constant_degrees) {
+        degrees = static_cast<int>(std::lround(*o.constant_degrees));
+        C = *o.constant_degrees * PI / 180.0;
+    } else if (o.method == PHASE_VECTOR) {
+        C = scorer.vector_constant();
+        degrees = static_cast<int>(std::lround(C * 180.0 / PI));
+        res.searched = true;
+    } else if (o.method != PHASE_ITERATE) {
+        degrees = analytical_degrees(o.method, signed_rate, o.polarity, harmonic);
+        C = degrees * PI / 180.0;
+    } else {
+        const LadderResult lr = phase_ladder(scorer);
+        degrees = lr.best_degrees;
+        C = degrees * PI / 180.0;
+        res.searched = true;
+        res.evaluations = lr.evaluations;
+    }
+    const ScoreResult sr = scorer.score({C}).front();
+    res.score = sr.score;
+    res.drop = sr.drop;
+    m.Cterm = C;
+    res.model = m;
+    res.applied_degrees = degrees;
+
+    rotate_turned(P, Q, C, s.data, o.dispersion ? &res.dispersion : nullptr);
+    P = std::vector<float>();
+    Q = std::vector<float>();
+
+    s.OptimizedSecondorder = m.Aterm;
+    s.OptimizedFirstorder = m.Bterm;
+    s.phasescale = sr.score;
+    if (keep_terms) return;
+    if (res.searched && o.method == PHASE_VECTOR) {
+        s.Zeroorder = C + PI / 4.0;
+        s.ZeroDegrees = degrees + 45;
+    } else if (res.searched) {
+        s.Zeroorder = PI * (degrees + 45) / 180.0;
+        s.ZeroDegrees = degrees + 45;
+    } else {
+        s.Zeroorder = C;
+        s.ZeroDegrees = degrees;
+    }
+}
+
 int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult* result) {
     if (is_bruker_method_record(s)) return phase_bruker_spectrum(s, o, ui, result);  // excitation from the method
     PhaseRunResult local;
@@ -178,60 +229,14 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
     }
     const PhaseScoreWorkers scorer =
         PhaseScoreWorkers::over(P.data() + start, Q.data() + start, band, res.testfit, workers);
-    double C = m.Cterm;
-    int degrees = static_cast<int>(std::lround(C * 180.0 / PI));
-    if (given || stored) {
-        // no search
-    } else if (o.constant_degrees) {
-        degrees = static_cast<int>(std::lround(*o.constant_degrees));
-        C = *o.constant_degrees * PI / 180.0;
-    } else if (o.method == PHASE_VECTOR) {
-        C = scorer.vector_constant();
-        degrees = static_cast<int>(std::lround(C * 180.0 / PI));
-        res.searched = true;
-    } else if (o.method != PHASE_ITERATE) {
-        const double R = signed_sweep_rate(s.sweeprate, s.lowfreq, s.highfreq);
-        degrees = analytical_degrees(o.method, R, o.polarity, harmonic);
-        C = degrees * PI / 180.0;
-    } else {
-        const LadderResult lr = phase_ladder(scorer);
-        degrees = lr.best_degrees;
-        C = degrees * PI / 180.0;
-        res.searched = true;
-        res.evaluations = lr.evaluations;
-    }
-    const ScoreResult sr = scorer.score({C}).front();
-    res.score = sr.score;
-    res.drop = sr.drop;
-    m.Cterm = C;
-    res.model = m;
-    res.applied_degrees = degrees;
-
-    rotate_turned(P, Q, C, s.data, o.dispersion ? &res.dispersion : nullptr);
-    P = std::vector<float>();
-    Q = std::vector<float>();
-
-    // The record's terms. A searched constant is stored 45 degrees above the
-    // one applied (the rotation uses C, Zeroorder says C + 45): kept, since
-    // files and batch tables written by earlier versions carry it.
-    s.OptimizedSecondorder = m.Aterm;
-    s.OptimizedFirstorder = m.Bterm;
-    s.phasescale = sr.score;
+    apply_zero_order(s, o, given || stored, stored || corrected, signed_sweep_rate(s.sweeprate, s.lowfreq, s.highfreq),
+                     harmonic, scorer, P, Q, m, res);
     if (stored) {
-        s.Zeroorder = C;
+        s.Zeroorder = m.Cterm;
         s.ZeroDegrees = static_cast<std::int32_t>(std::lround(s.phaseconstant * 180.0 / PI));
     } else if (corrected) {
-        s.Zeroorder = C;
+        s.Zeroorder = m.Cterm;
         s.ZeroDegrees = static_cast<std::int32_t>(std::lround(64800.0 / PI));
-    } else if (res.searched && o.method == PHASE_VECTOR) {
-        s.Zeroorder = C + PI / 4.0;
-        s.ZeroDegrees = degrees + 45;
-    } else if (res.searched) {
-        s.Zeroorder = PI * (degrees + 45) / 180.0;
-        s.ZeroDegrees = degrees + 45;
-    } else {
-        s.Zeroorder = C;
-        s.ZeroDegrees = degrees;
     }
     s.Phased_Datacount = static_cast<std::int32_t>(N);
 
@@ -251,7 +256,7 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
         r.N = N;
         r.zoom_start = static_cast<std::int32_t>(start);
         r.zoom_count = static_cast<std::int64_t>(band);
-        r.base_constant = C;
+        r.base_constant = m.Cterm;
         double width = 0.0;
         r.noise_mean = CalculateThrashNoiseForRePhaseCalcs(s.data.data() + start, static_cast<long>(band), &width);
         r.noise_sigma = width;

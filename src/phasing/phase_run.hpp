@@ -89,6 +89,20 @@ struct PhaseRunResult {
     double seek_score = 0.0, method_score = 0.0;
 };
 
+class PhaseScoreWorkers;
+
+// The zero-order step every phasing road shares, over the spectrum already
+// turned by the curve (P, Q; freed here): the constant (none when no_search,
+// else the given one, the vector sum, the analytical cell of the signed sweep
+// rate, or the degree ladder), the rotation into s.data, the result's score,
+// drop, model and degrees, and the record's terms. A searched constant is
+// stored 45 degrees above the one applied (the rotation uses C, Zeroorder says
+// C + 45): kept, since files and batch tables written by earlier versions
+// carry it. keep_terms leaves Zeroorder and ZeroDegrees to the caller.
+void apply_zero_order(Spectrum& s, const PhaseRunOptions& o, bool no_search, bool keep_terms, double signed_rate,
+                      double harmonic, const PhaseScoreWorkers& scorer, std::vector<float>& P, std::vector<float>& Q,
+                      PhaseModel& m, PhaseRunResult& res);
+
 // Threads the score workers may use: twice the processors, at most 4.
 int phase_thread_count();
 
