@@ -28,14 +28,28 @@ namespace vx {
 namespace {
 constexpr double PI = std::numbers::pi;
 
-bool usable(double v) { return std::isfinite(v) && v != 0.0; }
+}  // namespace
 
-void insufficient(Ui& ui) {
+bool phase_value_usable(double v) { return std::isfinite(v) && v != 0.0; }
+
+void insufficient_information(Ui& ui) {
     ui.MessagePopup("Insufficient information to phase data.",
                     "Phasing can not continue with current information. Exiting.");
 }
 
-}  // namespace
+int excitation_ready(Spectrum& s, Ui& ui) {
+    if (s.domain != DOMAIN_TIME || s.detectmode == DETECT_QUADRATURE) {
+        ui.MessagePopup("Phasing Error", "Only a real (direct or heterodyne) transient can be phased.");
+        return -1;
+    }
+    if (GetExciteTime3(s, ui) < 0.0) return -1;
+    if (!phase_value_usable(s.highfreq) || !phase_value_usable(s.lowfreq) || !phase_value_usable(s.sweeprate) ||
+        !phase_value_usable(s.delay) || !(s.dbandwidth > 0.0)) {
+        insufficient_information(ui);
+        return -15;
+    }
+    return 0;
+}
 
 int phase_thread_count() {
     const unsigned p = std::max(1u, std::thread::hardware_concurrency());
@@ -136,9 +150,9 @@ int phase_spectrum(Spectrum& s, const PhaseRunOptions& o, Ui& ui, PhaseRunResult
     }
     const bool sentinel = stored && s.phaseconstant == 360.0;  // "no chirp information" in the file
     if (!given && !corrected && !sentinel &&
-        (!usable(s.highfreq) || !usable(s.lowfreq) || !usable(s.sweeprate) || !usable(s.delay) ||
-         !(s.dbandwidth > 0.0) || !std::isfinite(s.dbandwidth))) {
-        insufficient(ui);
+        (!phase_value_usable(s.highfreq) || !phase_value_usable(s.lowfreq) || !phase_value_usable(s.sweeprate) ||
+         !phase_value_usable(s.delay) || !(s.dbandwidth > 0.0) || !std::isfinite(s.dbandwidth))) {
+        insufficient_information(ui);
         return -15;
     }
     if (s.datacount < 2048) {
@@ -284,16 +298,7 @@ void rephase_record(Spectrum& s, double constant) {
 }
 
 int phase_inverse(Spectrum& s, bool extra_point, Ui& ui) {
-    if (s.domain != DOMAIN_TIME || s.detectmode == DETECT_QUADRATURE) {
-        ui.MessagePopup("Phasing Error", "Only a real (direct or heterodyne) transient can be phased.");
-        return -1;
-    }
-    if (GetExciteTime3(s, ui) < 0.0) return -1;
-    if (!usable(s.highfreq) || !usable(s.lowfreq) || !usable(s.sweeprate) || !usable(s.delay) ||
-        !(s.dbandwidth > 0.0)) {
-        insufficient(ui);
-        return -15;
-    }
+    if (const int rc = excitation_ready(s, ui); rc < 0) return rc;
     // relativex at its default of -1.0 passes through as the correction and so
     // adds a second to the delay; kept as the inverse path always did it.
     double d3 = s.relativex;

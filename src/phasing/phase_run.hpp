@@ -89,6 +89,15 @@ struct PhaseRunResult {
     double seek_score = 0.0, method_score = 0.0;
 };
 
+// A value of the excitation the curve can be built from: finite and not 0.
+bool phase_value_usable(double v);
+// "Insufficient information to phase data." with its text.
+void insufficient_information(Ui& ui);
+// A real transient whose excitation (read from its script) is complete:
+// 0; otherwise -1 after a message, or -15 after the insufficient-information
+// message.
+int excitation_ready(Spectrum& s, Ui& ui);
+
 class PhaseScoreWorkers;
 
 // The zero-order step every phasing road shares, over the spectrum already

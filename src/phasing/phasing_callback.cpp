@@ -11,6 +11,7 @@
 
 #include "experiment/excite_script.hpp"
 #include "phasing/phase_function.hpp"
+#include "phasing/phase_run.hpp"
 #include "phasing/phase_search.hpp"
 #include "platform/ui.hpp"
 #include "workspace/display.hpp"
@@ -22,13 +23,6 @@ namespace {
 
 constexpr double PI = std::numbers::pi;
 constexpr const char* PANEL_TITLE = "Phasing the Data";
-
-bool usable(double v) { return std::isfinite(v) && v != 0.0; }
-
-void insufficient(Ui& ui) {
-    ui.MessagePopup("Insufficient information to phase data.",
-                    "Phasing can not continue with current information. Exiting.");
-}
 
 bool real_transient(const Spectrum& s) { return s.domain == DOMAIN_TIME && s.detectmode != DETECT_QUADRATURE; }
 
@@ -104,7 +98,7 @@ bool prompt_phase_parameters(Ui& ui, PhaseRunOptions::Excitation& out, bool& ext
 
 bool excite_band_points(const Spectrum& s, double harmonic, long long& start, long long& end) {
     start = end = 0;
-    if (!usable(s.lowfreq) || !usable(s.highfreq) || !(s.hzppt > 0.0) || s.datacount <= 0) return false;
+    if (!phase_value_usable(s.lowfreq) || !phase_value_usable(s.highfreq) || !(s.hzppt > 0.0) || s.datacount <= 0) return false;
     phase_band(s.lowfreq, s.highfreq, harmonic, s.hzppt, s.datacount, start, end);
     return end > start;
 }
@@ -114,16 +108,7 @@ int simple_phase(Spectrum& s, bool roll, bool feng, bool iterate, int truncation
     SimplePhaseResult local;
     SimplePhaseResult& r = result ? *result : local;
     r = SimplePhaseResult{};
-    if (!real_transient(s)) {
-        ui.MessagePopup("Phasing Error", "Only a real (direct or heterodyne) transient can be phased.");
-        return -1;
-    }
-    if (GetExciteTime3(s, ui) < 0.0) return -1;
-    if (!usable(s.highfreq) || !usable(s.lowfreq) || !usable(s.sweeprate) || !usable(s.delay) ||
-        !(s.dbandwidth > 0.0)) {
-        insufficient(ui);
-        return -15;
-    }
+    if (const int rc = excitation_ready(s, ui); rc < 0) return rc;
     if (s.datacount < 2048 || static_cast<std::size_t>(s.datacount) > s.data.size()) {
         ui.MessagePopup("Phasing Error", fmt::format("{} samples are too few to phase.", s.datacount));
         return -1;
@@ -338,7 +323,7 @@ int PhasingCallback(Workspace& ws, int data_slot, int background_slot, int blank
             PhaseRunOptions::Excitation e;
             bool extra = run.extra_point;
             if (!prompt_phase_parameters(ui, e, extra)) {
-                insufficient(ui);
+                insufficient_information(ui);
                 return fail(-15);
             }
             run.excitation = e;
