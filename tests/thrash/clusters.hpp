@@ -3,15 +3,30 @@
 // m/z of the level's abundance-weighted mean mass.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "peaks/synthetic.hpp"
+#include "platform/ui.hpp"
 #include "thrash/averagine.hpp"
 #include "thrash/isotopes.hpp"
 
 namespace vx::test {
 
 inline constexpr double PROTON_EXACT = 1.00727647;
+
+inline const Composition UBIQUITIN{378, 629, 105, 118, 1};
+
+// The bundled averagine table, read once for the whole test program.
+inline const AveragineTable& bundled_averagine() {
+    static const AveragineTable t = [] {
+        AveragineTable t;
+        RecordingUi ui;
+        ReadAveragineTable(t, ui, nullptr, std::string(VANTORIX_SOURCE_DIR) + "/data/averagine_lookup2.txt");
+        return t;
+    }();
+    return t;
+}
 
 // A 1M-point magnitude spectrum of 250 kHz bandwidth: 0.0025 m/z per point at
 // m/z 700, so the isotopes of charge 40 stand ten points apart.

@@ -18,17 +18,7 @@
 namespace vx {
 namespace {
 
-const AveragineTable& bundled() {
-    static const AveragineTable t = [] {
-        AveragineTable t;
-        RecordingUi ui;
-        ReadAveragineTable(t, ui, nullptr, std::string(VANTORIX_SOURCE_DIR) + "/data/averagine_lookup2.txt");
-        return t;
-    }();
-    return t;
-}
-
-const Composition UBIQUITIN{378, 629, 105, 118, 1};
+using test::UBIQUITIN;
 const char* const UBIQUITIN_SEQUENCE =
     "MQIFVKTLTGKTITLEVEPSDTIENVKAKIQDKEGIPPDQQRLIFAGKQLEDGRTLSDYNIQKESTLHLVLRLRGG";
 
@@ -43,7 +33,7 @@ struct OneCluster {
         test::add_ions(s, ions);
         test::add_rayleigh_noise(s, 1.0, 5);
         std::array<double, AVERAGINE_WIDTH> p{};
-        idx = static_cast<int>(distrib_calculation((mono + 8 * 1.00727) / 8, 8, p.data(), nullptr, 2, bundled(), s,
+        idx = static_cast<int>(distrib_calculation((mono + 8 * 1.00727) / 8, 8, p.data(), nullptr, 2, test::bundled_averagine(), s,
                                                    ModelSettings{}));
     }
     double low() const { return (mono + 8 * 1.00727) / 8 - 0.5; }
@@ -66,8 +56,8 @@ TEST(MassDetermination, MassAndNewmatchFindTheClusterAndWordTheirLines) {
         SCOPED_TRACE(k.name);
         RecordingUi ui;
         MassDetermination m;
-        const int rc = k.charge ? newmatch(c.s, c.low(), c.high(), k.charge, p, bundled(), m, ui)
-                                : Mass(c.s, c.low(), c.high(), p, bundled(), m, ui);
+        const int rc = k.charge ? newmatch(c.s, c.low(), c.high(), k.charge, p, test::bundled_averagine(), m, ui)
+                                : Mass(c.s, c.low(), c.high(), p, test::bundled_averagine(), m, ui);
         ASSERT_EQ(rc, 0);
         ASSERT_TRUE(m.found);
         EXPECT_EQ(m.peak.charge, 8);
@@ -104,8 +94,8 @@ TEST(MassDetermination, BadRangesAndChargesAreRefused) {
         SCOPED_TRACE(k.name);
         RecordingUi ui;
         MassDetermination m;
-        const int rc = k.charge ? newmatch(c.s, k.lo, k.hi, k.charge < 0 ? 0 : k.charge, p, bundled(), m, ui)
-                                : Mass(c.s, k.lo, k.hi, p, bundled(), m, ui);
+        const int rc = k.charge ? newmatch(c.s, k.lo, k.hi, k.charge < 0 ? 0 : k.charge, p, test::bundled_averagine(), m, ui)
+                                : Mass(c.s, k.lo, k.hi, p, test::bundled_averagine(), m, ui);
         EXPECT_EQ(rc, -1);
         EXPECT_FALSE(m.found);
         EXPECT_EQ(ui.popup_texts().size(), 1u);
@@ -115,7 +105,7 @@ TEST(MassDetermination, BadRangesAndChargesAreRefused) {
     test::add_rayleigh_noise(quiet, 1.0, 9);
     RecordingUi ui;
     MassDetermination m;
-    EXPECT_EQ(Mass(quiet, 900.0, 902.0, ThrashParams{}, bundled(), m, ui), 0);
+    EXPECT_EQ(Mass(quiet, 900.0, 902.0, ThrashParams{}, test::bundled_averagine(), m, ui), 0);
     if (!m.found) {
         EXPECT_EQ(m.lines, std::vector<std::string>{"Isotope clusters found = 0"});
     }
@@ -131,7 +121,7 @@ TEST(MassDetermination, SequenceAssignsTheMolecularIonInMassWording) {
     ThrashParams p;
     p.sequence = &t;
     MassDetermination m;
-    ASSERT_EQ(Mass(c.s, c.low(), c.high(), p, bundled(), m, ui), 0);
+    ASSERT_EQ(Mass(c.s, c.low(), c.high(), p, test::bundled_averagine(), m, ui), 0);
     ASSERT_TRUE(m.found);
     ASSERT_GE(m.lines.size(), 9u);
     EXPECT_EQ(m.lines[6], "Assignment: Molecular Ion");
@@ -140,7 +130,7 @@ TEST(MassDetermination, SequenceAssignsTheMolecularIonInMassWording) {
     EXPECT_EQ(m.rows.front().assignment_text, "Molecular Ion");
     // Out of tolerance: "None".
     t.tolerance = 0.001;
-    ASSERT_EQ(Mass(c.s, c.low(), c.high(), p, bundled(), m, ui), 0);
+    ASSERT_EQ(Mass(c.s, c.low(), c.high(), p, test::bundled_averagine(), m, ui), 0);
     EXPECT_EQ(m.lines[6], "Assignment: None");
     EXPECT_EQ(m.lines[7], "Mass error: N/A");
 }

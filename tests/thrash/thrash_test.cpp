@@ -16,17 +16,7 @@
 namespace vx {
 namespace {
 
-const AveragineTable& bundled() {
-    static const AveragineTable t = [] {
-        AveragineTable t;
-        RecordingUi ui;
-        ReadAveragineTable(t, ui, nullptr, std::string(VANTORIX_SOURCE_DIR) + "/data/averagine_lookup2.txt");
-        return t;
-    }();
-    return t;
-}
-
-const Composition UBIQUITIN{378, 629, 105, 118, 1};
+using test::UBIQUITIN;
 
 struct Truth {
     double mono_mass;
@@ -135,7 +125,7 @@ std::pair<Score, Score> run_both(const char* name, Spectrum& s, ThrashParams p, 
         ThrashResult r;
         RecordingUi ui;
         const auto t0 = std::chrono::steady_clock::now();
-        EXPECT_EQ(thrash_with_table(s, p, bundled(), r, ui), 0);
+        EXPECT_EQ(thrash_with_table(s, p, test::bundled_averagine(), r, ui), 0);
         const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         const Score sc = score(s, r.peaks, truth);
         std::printf("%s%s: %d reported, charge right %d, harmonics %d, mono right %d, off by 1-2 Da %d, false %d, "
@@ -170,7 +160,7 @@ TEST(Thrash, UbiquitinChargesFiveToThirteen) {
         ions.insert(ions.end(), part.begin(), part.end());
         std::array<double, AVERAGINE_WIDTH> p{};
         const int idx = static_cast<int>(distrib_calculation((mono + z * 1.00727) / z, z, p.data(), nullptr, 2,
-                                                              bundled(), s, ModelSettings{}));
+                                                              test::bundled_averagine(), s, ModelSettings{}));
         truth.push_back({mono, z, snr, idx});
     }
     test::add_ions(s, ions);
@@ -229,8 +219,8 @@ TEST(Thrash, BatchedFitGivesTheNumbersOfThePointByPointFit) {
         ModelSettings model;
         model.sample_type = c.sample_type;
         std::array<double, AVERAGINE_WIDTH> pat{};
-        const int idx = static_cast<int>(distrib_calculation(c.mz, c.charge, pat.data(), nullptr, 2, bundled(), s, model));
-        distrib_calculation(c.mz, c.charge, pat.data(), nullptr, 1, bundled(), s, model);
+        const int idx = static_cast<int>(distrib_calculation(c.mz, c.charge, pat.data(), nullptr, 2, test::bundled_averagine(), s, model));
+        distrib_calculation(c.mz, c.charge, pat.data(), nullptr, 1, test::bundled_averagine(), s, model);
         const double step = 1.00235 / c.charge;
         const double lo = idx == 0 ? c.mz - step : c.mz - 2.0 * idx * step, hi = idx == 0 ? c.mz + step : c.mz;
         const MatchResult fast = match(s, work, noise, 0.0, sigma, c.min_s2n, c.charge, c.quick, lo, hi, pat.data(), model);
@@ -262,7 +252,7 @@ TEST(Thrash, LimitOfClustersIsReportedWhenReached) {
     p.limit = 2;
     ThrashResult r;
     RecordingUi ui;
-    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, ui), 0);
+    ASSERT_EQ(thrash_with_table(s, p, test::bundled_averagine(), r, ui), 0);
     EXPECT_EQ(r.clusters, 2);
     EXPECT_TRUE(r.limit_reached);
     EXPECT_TRUE(ui.saw("THRASH Unable to finish the assigned window due to a memory limitations",
@@ -272,12 +262,12 @@ TEST(Thrash, LimitOfClustersIsReportedWhenReached) {
     // Under the limit nothing is said.
     p.limit = 1000;
     RecordingUi quiet;
-    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, quiet), 0);
+    ASSERT_EQ(thrash_with_table(s, p, test::bundled_averagine(), r, quiet), 0);
     EXPECT_FALSE(r.limit_reached);
     EXPECT_TRUE(quiet.messages.empty());
     // The scan's own minimum RL of 3.0 walks and reports nothing.
     p.min_rl = 3.0;
-    ASSERT_EQ(thrash_with_table(s, p, bundled(), r, quiet), 0);
+    ASSERT_EQ(thrash_with_table(s, p, test::bundled_averagine(), r, quiet), 0);
     EXPECT_EQ(r.clusters, 0);
     EXPECT_GT(r.fits, 0);
 }
@@ -300,7 +290,7 @@ TEST(Thrash, AveragineThirtyKilodaltonsChargesFifteenToFortyWithUbiquitinOverlap
             ions.insert(ions.end(), part.begin(), part.end());
             std::array<double, AVERAGINE_WIDTH> p{};
             const int idx = static_cast<int>(distrib_calculation((mono + z * 1.00727) / z, z, p.data(), nullptr, 2,
-                                                                  bundled(), s, ModelSettings{}));
+                                                                  test::bundled_averagine(), s, ModelSettings{}));
             truth.push_back({mono, z, snr, idx});
         }
     }
